@@ -1,0 +1,144 @@
+/* imsg.h: messages: printing, text in the form of a message, and tracing.
+ *
+ * A message is named by a table and an index (imsg_table.h). Its text is a printf format, taken from
+ * the catalog of the user's language or else from the table. Wherever a call takes (table, number),
+ * number -1 means that `table` is itself a printf format: imsg_print(type, "%s\n", -1, text).
+ *
+ * The type of a message decides its prefix and its stream. Printing never ends the process and never
+ * raises by itself; each text brings its own newline.
+ *
+ * One thread per process; a text in a static buffer lives until the next call of this module. Any
+ * function here that prints may be left by a fault, when a signal's routine raises. None is fit for
+ * a signal routine unless the flow it interrupted was outside the module.
+ */
+#ifndef KS_IMSG_H
+#define KS_IMSG_H
+
+#include <stdarg.h>
+#include <stddef.h>
+
+#include "imsg_table.h"
+#include "ks_api.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Message types. An odd type continues a message that the even one before it began. */
+enum {
+  IMSG_TYPE_OK = 0,           /* plain output: stdout, no prefix */
+  IMSG_TYPE_OK_CONT = 1,
+  IMSG_TYPE_BOX = 2,          /* output that a front end shows in a box: stdout, no prefix */
+  IMSG_TYPE_BOX_CONT = 3,
+  IMSG_TYPE_WARNING = 4,      /* stderr, "<application>: Warning: " */
+  IMSG_TYPE_WARNING_CONT = 5,
+  IMSG_TYPE_ERROR = 6,        /* stderr, "<application>: Error: " */
+  IMSG_TYPE_ERROR_CONT = 7,
+  IMSG_TYPE_TRACE = 8,        /* stderr, ">>> HH:MM:SS.mmm (<application>): " */
+  IMSG_TYPE_TRACE_CONT = 9,
+  IMSG_TYPE_LOG_ONLY = 10     /* dropped unless a log is open */
+};
+
+/* imsg_print prints one message. A type above 10 prints as an error with the prefix "System
+ * message: ". A number that the table does not have ends the process after error messages that say
+ * so. Result: 0, of no meaning. */
+KS_API int imsg_print(int type, const void *table, int number, ...);
+
+/* The same with the subsystem's name given, for modules that share a table; NULL means the
+ * table's. */
+KS_API int imsg_print_shared(int type, const char *subsys, const void *table, int number, ...);
+KS_API int imsg_print_sharedv(int type, const char *subsys, const void *table, int number,
+                              va_list args);
+
+/* imsg_snprintf formats a message, without a prefix, into the `size` bytes at `dest`; size 0 means
+ * no limit. Where a message may be tagged, which this call and the taggable ones allow, `dest` has
+ * one byte more than `size`.
+ * Result: the bytes that the whole text needs without its NUL, as snprintf, or -1 after an error
+ * message when there is no such text. */
+KS_API int imsg_snprintf(char *dest, size_t size, const void *table, int number, ...);
+
+/* The same, never tagged: with a limit and an argument list, and without a limit. */
+KS_API int imsg_vsnprintf(char *dest, size_t size, const void *table, int number, va_list args);
+KS_API int imsg_vsprintf(char *dest, const void *table, int number, va_list args);
+KS_API int imsg_sprintf(char *dest, const void *table, int number, ...);
+
+/* The same with the tagging mode given: 1 never, 2 when tagging is enabled, 3 always. */
+KS_API int imsg_vsnprintf_taggable(int mode, char *dest, size_t size, const void *table, int number,
+                                   va_list args);
+KS_API int imsg_snprintf_taggable(int mode, char *dest, size_t size, const void *table, int number,
+                                  ...);
+
+/* imsg_snprintf_type puts the prefix of a type in front. Result: the bytes that the text needs, the
+ * prefix not counted, or -1; -1 after an error message when `dest` cannot hold the prefix. */
+KS_API int imsg_snprintf_type(char *dest, size_t size, int type, const void *table, int number, ...);
+
+/* cat_extractmsg returns the text of a message in the user's language: from the catalog that the
+ * table names, found by catopen(3) with NLSPATH and LANG, or else the table's own. Two catalogs stay
+ * open. The index is not checked. The text lives until the catalog is closed, at the soonest when
+ * texts of two other catalogs have been asked for. */
+KS_API const char *cat_extractmsg(const imsg_table_t *table, int index);
+
+/* imsg_strerror returns the system's text for an errno value; a value that is not above 0 gives the
+ * number in decimal. Lives until the next call. */
+KS_API const char *imsg_strerror(int errnum);
+
+/* imsg_strerror_gethost returns the text of an h_errno value in the user's language; a value that
+ * is none of the resolver's goes to imsg_strerror. */
+KS_API const char *imsg_strerror_gethost(int h_errno_value);
+
+/* imsg_prefix_format returns the printf format of a type's prefix. Its arguments are the time stamp
+ * for IMSG_TYPE_TRACE, then the application's name, then with `with_subsys` the subsystem's. A
+ * static buffer that lives until the next call; empty while prefixes are suppressed. */
+KS_API const char *imsg_prefix_format(int type, int with_subsys);
+
+/* imsg_suppress_prefix turns all prefixes off or on. imsg_output_subsys sets the wish for the
+ * subsystem's name in prefixes, which printed lines do not heed. Result: the flag before. */
+KS_API int imsg_suppress_prefix(int flag);
+KS_API int imsg_output_subsys(int flag);
+
+/* imsg_set_app_name keeps what follows the last "/" of `path` as the application's name, best called
+ * with argv[0]; NULL gives back "noname". imsg_get_app_name returns it; it lives until the next
+ * imsg_set_app_name. */
+KS_API void imsg_set_app_name(const char *path);
+KS_API const char *imsg_get_app_name(void);
+
+/* Two settings that the library only keeps: the folder of messages, and the file of error numbers.
+ * NULL gives back the default. Copies are kept.
+ * imsg_set_errnum_file: 0, or what access(2) said, -1 with errno, when the file cannot be read;
+ * then nothing has changed. */
+KS_API void imsg_set_message_home(const char *path);
+KS_API int imsg_set_errnum_file(const char *name);
+
+/* A trace line is guarded so that it costs one comparison while tracing is off:
+ *
+ *     if (imsg_get_desired_verbosity() >= 3 && imsg_should_trace("my/subsys", 3))
+ *       imsg_print(IMSG_TYPE_TRACE, my_msg_table, MY_MSG_STEP, step);
+ *
+ * The user sets TRACE_VERBOSITY to a number and TRACE_SUBSYS to "*" or to names with colons between
+ * them. Both are read at the first imsg_should_trace. */
+KS_API int imsg_get_desired_verbosity(void);
+
+/* Result: 1 when a message of this level (from 0, small is important) of this subsystem is wanted,
+ * else 0. imsg_should_trace_subsys asks for level 0. */
+KS_API int imsg_should_trace(const char *subsys, int level);
+KS_API int imsg_should_trace_subsys(const char *subsys);
+
+/* Result: the number in TRACE_VERBOSITY, 0 when there is none. */
+KS_API int imsg_get_verbosity_ev(void);
+
+/* Set what the environment would set. The text is kept by pointer, not copied: it must outlive its
+ * use. With a verbosity set, and no text, TRACE_SUBSYS is not read and nothing is traced. */
+KS_API void imsg_set_trace_verbosity(int level);
+KS_API void imsg_set_trace_subsys(const char *text);
+
+/* imsg_reset_verbosity forgets the verbosity: the next imsg_should_trace reads it again. */
+KS_API void imsg_reset_verbosity(void);
+
+/* imsg_initialize starts the module; every call that needs it does so by itself. */
+KS_API void imsg_initialize(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

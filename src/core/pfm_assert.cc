@@ -1,0 +1,43 @@
+// The two ways to abort.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "imsg.h"
+#include "pfm.h"
+#include "pfm_msg.h"
+
+namespace {
+
+// Printing asserts and asserting prints: while an assertion is being printed, a second one writes
+// its line straight to descriptor 2.
+bool printing_assertion = false;
+
+void write_assertion(const char *expression_text, const char *file, int line) {
+  char text[1024];
+  const int length = snprintf(text, sizeof text, _pfm_ks_msg_table->texts[PFM_MSG_ASSERT_FAILED],
+                              expression_text, file, line);
+  if (length <= 0) return;
+  const size_t bytes = static_cast<size_t>(length) < sizeof text ? static_cast<size_t>(length)
+                                                                 : sizeof text - 1;
+  if (write(STDERR_FILENO, text, bytes) < 0) return;  // nowhere to say it
+}
+
+}  // namespace
+
+void pfm_panic(const char *file, int line) {
+  imsg_print(IMSG_TYPE_ERROR, _pfm_ks_msg_table, PFM_MSG_ABORT, file, line);
+  abort();
+}
+
+void pfm_assert_fail(const char *expression_text, const char *file, int line) {
+  if (printing_assertion) {
+    write_assertion(expression_text, file, line);
+  } else {
+    printing_assertion = true;
+    imsg_print(IMSG_TYPE_ERROR, _pfm_ks_msg_table, PFM_MSG_ASSERT_FAILED, expression_text, file,
+               line);
+  }
+  abort();
+}

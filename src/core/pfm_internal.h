@@ -1,0 +1,40 @@
+// State of the fault manager that its sources share.
+#pragma once
+
+#include <csignal>
+#include <cstdint>
+
+#include "core/ks_frame.h"
+#include "pfm.h"
+
+namespace [[gnu::visibility("hidden")]] ks {
+
+inline constexpr int kSignals = 64;  // signal numbers are 1 to 64
+
+extern int32_t pfm_inh_susp_count;   // depth of pfm_inhibit_suspend
+extern bool pfm_inited;              // pfm_init has run
+extern sigset_t all_async_signals;   // every signal but the synchronous ones; filled by pfm_init
+extern sigset_t deferred_signals;    // arrived while held back; pfm_pending_count counts them
+extern bool pfm_select_sleeping;     // pfm_select_inhibited is inside its wait
+
+// Runs `body` with all asynchronous signals blocked in the system, for changes of deferred_signals.
+template <class Body>
+inline void signals_blocked(Body &&body) {
+  sigset_t mask;
+  sigprocmask(SIG_BLOCK, &all_async_signals, &mask);
+  body();
+  sigprocmask(SIG_SETMASK, &mask, nullptr);
+}
+
+// Notes that `sig` waits for delivery; repeats are merged. Asynchronous signals must be blocked.
+void defer_signal(int sig);
+
+// Two steps of pfm_init: take in the routines that are installed and fill the signal sets; hook the
+// signals that the module takes over.
+void read_signal_table();
+void take_over_signals();
+
+// Runs the exit hooks that are left with status 0, for a process that ends by exit(3).
+void pfm_atexit_handler();
+
+}  // namespace ks

@@ -1,0 +1,60 @@
+// What the sources of the message module share.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+
+#include "imsg.h"
+
+namespace [[gnu::visibility("hidden")]] ks {
+
+inline constexpr int kLastMessageType = IMSG_TYPE_LOG_ONLY;
+inline constexpr int kVerbosityUnread = 32767;
+
+// Module state that more than one source reads.
+extern bool imsg_initialized;
+extern bool imsg_output_ok_flag;    // plain output bears the application's name and "Ok: "
+extern int imsg_desired_verbosity;  // kVerbosityUnread until TRACE_VERBOSITY has been read
+extern FILE *real_stdout;           // streams behind plain output and behind the other types
+extern FILE *real_stderr;
+
+inline void need_imsg() {
+  if (!imsg_initialized) imsg_initialize();
+}
+
+// Whether a trace message is wanted: one comparison while tracing is off.
+inline bool tracing(const char *subsys, int level) {
+  return imsg_desired_verbosity >= level && imsg_should_trace(subsys, level) != 0;
+}
+
+// The texts of the settings go to their defaults.
+void reset_names();
+
+// Writes the local time of day as HH:MM:SS.mmm into the `ts_sz` bytes at `ts`.
+void format_time_stamp(char *ts, size_t ts_sz);
+
+// The arguments of a prefix's format.
+struct PrefixNames {
+  const char *stamp;   // of a trace message
+  const char *subsys;
+};
+
+// The process's one buffer, in which each printed message is composed.
+struct OutputText {
+  char *text;            // NULL when composing failed
+  size_t prefix_length;  // bytes of it that are prefix
+};
+
+// Expands a prefix into the output buffer.
+OutputText compose_prefix(int type, const char *prefix_format, const PrefixNames &names);
+
+// Expands prefix and message into the output buffer and points `*result_pp` at them, or at NULL
+// when the prefix cannot be formatted. The text lives until the next composing.
+void imsg_print_sharedv_util(char **result_pp, int type, const char *prefix_format,
+                             const PrefixNames &names, const void *table, int number, va_list args);
+
+// Writes a text whole and flushes the stream.
+void write_text(const char *text, FILE *stream);
+
+}  // namespace ks

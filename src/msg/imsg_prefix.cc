@@ -1,0 +1,104 @@
+// The prefix of each message type.
+#include <cstdlib>
+#include <cstring>
+
+#include "core/ks_frame.h"
+#include "imsg.h"
+#include "imsg_internal.h"
+#include "imsg_msg.h"
+#include "ks_print.h"
+#include "strutl.h"
+
+namespace ks {
+bool imsg_output_ok_flag = false;
+}  // namespace ks
+
+using namespace ks;
+
+namespace {
+
+bool imsg_suppress_prefix_flag = false;
+bool imsg_output_subsys_flag = false;  // kept for its callers; no printed line heeds it
+
+enum Word { WORD_OK, WORD_WARNING, WORD_ERROR, WORD_SYSTEM, WORDS };
+
+// In the user's language, read once. Fewer than all only before the first prefix.
+const char *prefix_words[WORDS];
+
+char prefix_format[128];
+
+// A word becomes part of a printf format, so a translation with a percent sign is not taken.
+const char *read_word(imsg_msg number) {
+  const char *builtin = _imsg_ks_msg_table->texts[number];
+  const char *word = cat_extractmsg(_imsg_ks_msg_table, number);
+  if (strchr(word, '%') != nullptr) return builtin;
+  const char *copy = nullptr;
+  signals_held([&] { copy = strdup(word); });
+  return copy != nullptr ? copy : builtin;
+}
+
+void read_words() {
+  if (prefix_words[WORD_SYSTEM] != nullptr) return;
+  prefix_words[WORD_OK] = read_word(IMSG_MSG_PREFIX_OK);
+  prefix_words[WORD_WARNING] = read_word(IMSG_MSG_PREFIX_WARNING);
+  prefix_words[WORD_ERROR] = read_word(IMSG_MSG_PREFIX_ERROR);
+  prefix_words[WORD_SYSTEM] = read_word(IMSG_MSG_PREFIX_SYSTEM);
+}
+
+const char *name_format(int type, bool with_subsys) {
+  switch (type) {
+    case IMSG_TYPE_OK:
+    case IMSG_TYPE_BOX:
+      if (!imsg_output_ok_flag) return "";
+      [[fallthrough]];
+    case IMSG_TYPE_WARNING:
+    case IMSG_TYPE_ERROR:
+      return with_subsys ? "%s/%s: " : "%s: ";
+    case IMSG_TYPE_TRACE:
+      return with_subsys ? ">>> %s (%s/%s): " : ">>> %s (%s): ";
+    default:
+      return "";
+  }
+}
+
+const char *type_word(int type) {
+  switch (type) {
+    case IMSG_TYPE_OK:
+      return imsg_output_ok_flag ? prefix_words[WORD_OK] : "";
+    case IMSG_TYPE_WARNING:
+      return prefix_words[WORD_WARNING];
+    case IMSG_TYPE_ERROR:
+      return prefix_words[WORD_ERROR];
+    default:
+      return "";
+  }
+}
+
+}  // namespace
+
+const char *imsg_prefix_format(int type, int with_subsys) {
+  read_words();
+  prefix_format[0] = '\0';
+  if (imsg_suppress_prefix_flag) return prefix_format;
+  if (type < 0 || type > kLastMessageType) {
+    print<IMSG_MSG_UNKNOWN_TYPE>(IMSG_TYPE_ERROR, type, __FILE__, __LINE__);
+    return prefix_words[WORD_SYSTEM];
+  }
+  const char *names = name_format(type, with_subsys != 0);
+  const size_t length = strlen(names);
+  memcpy(prefix_format, names, length);
+  strutl_cpy_buf(prefix_format + length, type_word(type), sizeof prefix_format - length);
+  return prefix_format;
+}
+
+int imsg_suppress_prefix(int flag) {
+  const bool old = imsg_suppress_prefix_flag;
+  imsg_suppress_prefix_flag = flag != 0;
+  return old;
+}
+
+int imsg_output_subsys(int flag) {
+  const bool old = imsg_output_subsys_flag;
+  imsg_output_subsys_flag = flag != 0;
+  return old;
+}

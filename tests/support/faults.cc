@@ -1,0 +1,114 @@
+#include "support/faults.h"
+
+#include <nl_types.h>
+#include <sys/time.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <iterator>
+
+namespace ks_test {
+namespace {
+
+struct Call {
+  std::string_view name;
+  int count;       // calls so far
+  int first_fail;  // number of the first call that fails, -1 for none
+  int fails;       // how many in a row
+  int error;
+};
+
+constinit Call calls[] = {
+    {"malloc", 0, -1, 0, 0},       {"realloc", 0, -1, 0, 0}, {"strdup", 0, -1, 0, 0},
+    {"catopen", 0, -1, 0, 0},      {"time", 0, -1, 0, 0},    {"vsnprintf", 0, -1, 0, 0},
+    {"gettimeofday", 0, -1, 0, 0},
+};
+
+constinit bool clock_set = false;
+constinit timeval clock_value = {};
+
+Call &find(std::string_view name) {
+  for (Call &call : calls) {
+    if (call.name == name) return call;
+  }
+  fprintf(stderr, "faults: %.*s is not wrapped\n", static_cast<int>(name.size()), name.data());
+  abort();
+}
+
+// Counts a call; true when it is to fail, with errno set.
+bool fails(std::string_view name) {
+  Call &call = find(name);
+  const int number = call.count++;
+  if (call.first_fail < 0 || number < call.first_fail || number >= call.first_fail + call.fails) {
+    return false;
+  }
+  errno = call.error;
+  return true;
+}
+
+}  // namespace
+
+void fail_call(std::string_view name, int nth, int error, int times) {
+  Call &call = find(name);
+  call.first_fail = call.count + nth;
+  call.fails = times;
+  call.error = error;
+}
+
+int count_calls(std::string_view name) { return find(name).count; }
+
+void set_clock(long seconds, long microseconds) {
+  clock_set = true;
+  clock_value.tv_sec = seconds;
+  clock_value.tv_usec = microseconds;
+}
+
+}  // namespace ks_test
+
+using ks_test::fails;
+
+extern "C" {
+
+void *__real_malloc(size_t size);
+void *__wrap_malloc(size_t size);
+void *__wrap_malloc(size_t size) { return fails("malloc") ? nullptr : __real_malloc(size); }
+
+void *__real_realloc(void *block, size_t size);
+void *__wrap_realloc(void *block, size_t size);
+void *__wrap_realloc(void *block, size_t size) {
+  return fails("realloc") ? nullptr : __real_realloc(block, size);
+}
+
+char *__real_strdup(const char *text);
+char *__wrap_strdup(const char *text);
+char *__wrap_strdup(const char *text) { return fails("strdup") ? nullptr : __real_strdup(text); }
+
+nl_catd __real_catopen(const char *name, int flags);
+nl_catd __wrap_catopen(const char *name, int flags);
+nl_catd __wrap_catopen(const char *name, int flags) {
+  return fails("catopen") ? reinterpret_cast<nl_catd>(-1) : __real_catopen(name, flags);
+}
+
+time_t __real_time(time_t *out);
+time_t __wrap_time(time_t *out);
+time_t __wrap_time(time_t *out) { return fails("time") ? time_t{-1} : __real_time(out); }
+
+int __real_vsnprintf(char *target, size_t size, const char *format, va_list args);
+int __wrap_vsnprintf(char *target, size_t size, const char *format, va_list args);
+int __wrap_vsnprintf(char *target, size_t size, const char *format, va_list args) {
+  return fails("vsnprintf") ? -1 : __real_vsnprintf(target, size, format, args);
+}
+
+int __real_gettimeofday(timeval *now, void *zone);
+int __wrap_gettimeofday(timeval *now, void *zone);
+int __wrap_gettimeofday(timeval *now, void *zone) {
+  if (fails("gettimeofday")) return -1;
+  if (!ks_test::clock_set) return __real_gettimeofday(now, zone);
+  *now = ks_test::clock_value;
+  return 0;
+}
+
+}  // extern "C"

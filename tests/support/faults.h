@@ -1,0 +1,22 @@
+// Makes system and library calls fail, by name and count. The calls are wrapped by the linker, so
+// this sees those of the library's objects and of the tests, not libc's own.
+#pragma once
+
+#include <string_view>
+
+namespace ks_test {
+
+// The calls that can be made to fail; tests/CMakeLists.txt wraps the same names.
+//   malloc realloc strdup catopen gettimeofday time vsnprintf
+
+// The call number `nth` from now on (0 is the next) of `name` fails, with errno `error`; with `times`
+// above 1 so many calls in a row do.
+void fail_call(std::string_view name, int nth, int error, int times = 1);
+
+// Calls of `name` since the process started, failed ones included.
+int count_calls(std::string_view name);
+
+// gettimeofday answers these from now on.
+void set_clock(long seconds, long microseconds);
+
+}  // namespace ks_test
