@@ -9,7 +9,7 @@ set(NORVAKS_WARNINGS -Wall -Wextra -Wconversion -Wsign-conversion -Wshadow -Wfor
   -Wclobbered -Werror)
 add_compile_options(${NORVAKS_WARNINGS})
 add_compile_options("$<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes;-Wmissing-prototypes>")
-add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast;-Wextra-semi;-Wzero-as-null-pointer-constant;-Wnon-virtual-dtor>")
+add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-Wextra-semi;-Wzero-as-null-pointer-constant;-Wnon-virtual-dtor>")
 
 # Floating-point steps give the same on both ABIs.
 if(CMAKE_LIBRARY_ARCHITECTURE MATCHES "^i386")

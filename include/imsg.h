@@ -1,11 +1,12 @@
 /* imsg.h: messages: printing, text in the form of a message, and tracing.
  *
- * A message is named by a table and an index (imsg_table.h). Its text is a printf format, taken from
- * the catalog of the user's language or else from the table. Wherever a call takes (table, number),
- * number -1 means that `table` is itself a printf format: imsg_print(type, "%s\n", -1, text).
+ * A message is named by a table and an index (imsg_table.h). Its text is a printf format, taken
+ * from the catalog of the user's language or else from the table. Wherever a call takes (table,
+ * number), number -1 means that `table` is itself a printf format: imsg_print(type, "%s\n", -1,
+ * text).
  *
- * The type of a message decides its prefix and its stream. Printing never ends the process and never
- * raises by itself; each text brings its own newline.
+ * The type of a message decides its prefix and its stream. Printing never ends the process and
+ * never raises by itself; each text brings its own newline.
  *
  * One thread per process; a text in a static buffer lives until the next call of this module. Any
  * function here that prints may be left by a fault, when a signal's routine raises. None is fit for
@@ -26,17 +27,17 @@ extern "C" {
 
 /* Message types. An odd type continues a message that the even one before it began. */
 enum {
-  IMSG_TYPE_OK = 0,           /* plain output: stdout, no prefix */
+  IMSG_TYPE_OK = 0, /* plain output: stdout, no prefix */
   IMSG_TYPE_OK_CONT = 1,
-  IMSG_TYPE_BOX = 2,          /* output that a front end shows in a box: stdout, no prefix */
+  IMSG_TYPE_BOX = 2, /* output that a front end shows in a box: stdout, no prefix */
   IMSG_TYPE_BOX_CONT = 3,
-  IMSG_TYPE_WARNING = 4,      /* stderr, "<application>: Warning: " */
+  IMSG_TYPE_WARNING = 4, /* stderr, "<application>: Warning: " */
   IMSG_TYPE_WARNING_CONT = 5,
-  IMSG_TYPE_ERROR = 6,        /* stderr, "<application>: Error: " */
+  IMSG_TYPE_ERROR = 6, /* stderr, "<application>: Error: " */
   IMSG_TYPE_ERROR_CONT = 7,
-  IMSG_TYPE_TRACE = 8,        /* stderr, ">>> HH:MM:SS.mmm (<application>): " */
+  IMSG_TYPE_TRACE = 8, /* stderr, ">>> HH:MM:SS.mmm (<application>): " */
   IMSG_TYPE_TRACE_CONT = 9,
-  IMSG_TYPE_LOG_ONLY = 10     /* dropped unless a log is open */
+  IMSG_TYPE_LOG_ONLY = 10 /* dropped unless a log is open */
 };
 
 /* imsg_print prints one message. A type above 10 prints as an error with the prefix "System
@@ -70,12 +71,13 @@ KS_API int imsg_snprintf_taggable(int mode, char *dest, size_t size, const void 
 
 /* imsg_snprintf_type puts the prefix of a type in front. Result: the bytes that the text needs, the
  * prefix not counted, or -1; -1 after an error message when `dest` cannot hold the prefix. */
-KS_API int imsg_snprintf_type(char *dest, size_t size, int type, const void *table, int number, ...);
+KS_API int imsg_snprintf_type(char *dest, size_t size, int type, const void *table, int number,
+                              ...);
 
 /* cat_extractmsg returns the text of a message in the user's language: from the catalog that the
- * table names, found by catopen(3) with NLSPATH and LANG, or else the table's own. Two catalogs stay
- * open. The index is not checked. The text lives until the catalog is closed, at the soonest when
- * texts of two other catalogs have been asked for. */
+ * table names, found by catopen(3) with NLSPATH and LANG, or else the table's own. Two catalogs
+ * stay open. The index is not checked. The text lives until the catalog is closed, at the soonest
+ * when texts of two other catalogs have been asked for. */
 KS_API const char *cat_extractmsg(const imsg_table_t *table, int index);
 
 /* imsg_strerror returns the system's text for an errno value; a value that is not above 0 gives the
@@ -96,9 +98,9 @@ KS_API const char *imsg_prefix_format(int type, int with_subsys);
 KS_API int imsg_suppress_prefix(int flag);
 KS_API int imsg_output_subsys(int flag);
 
-/* imsg_set_app_name keeps what follows the last "/" of `path` as the application's name, best called
- * with argv[0]; NULL gives back "noname". imsg_get_app_name returns it; it lives until the next
- * imsg_set_app_name. */
+/* imsg_set_app_name keeps what follows the last "/" of `path` as the application's name, best
+ * called with argv[0]; NULL gives back "noname". imsg_get_app_name returns it; it lives until the
+ * next imsg_set_app_name. */
 KS_API void imsg_set_app_name(const char *path);
 KS_API const char *imsg_get_app_name(void);
 

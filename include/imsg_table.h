@@ -19,12 +19,12 @@ extern "C" {
 #endif
 
 typedef struct imsg_table {
-  const char *library;       /* name of the catalog, such as "ks_lib" */
-  const char *subsys;        /* name shown in messages and used for tracing, such as "ks/stg" */
-  uint16_t set;              /* set number in the catalog */
-  uint16_t count;            /* number of messages */
-  const char *const *texts;  /* English printf formats, by index */
-  const uint16_t *catnums;   /* number in the catalog, by index */
+  const char *library;      /* name of the catalog, such as "ks_lib" */
+  const char *subsys;       /* name shown in messages and used for tracing, such as "ks/stg" */
+  uint16_t set;             /* set number in the catalog */
+  uint16_t count;           /* number of messages */
+  const char *const *texts; /* English printf formats, by index */
+  const uint16_t *catnums;  /* number in the catalog, by index */
 } imsg_table_t;
 
 /* Each name stands for its one record: `_ks_ks_msg_table` is the pointer that a call takes.

@@ -1,8 +1,8 @@
 /* ks_api.h: the attributes that the declarations of all public headers bear.
  *
  * KS_API marks an exported name, KS_NORETURN a function that never comes back, and
- * KS_PRINTF(at, first) a function whose argument number `at` is a printf format for the arguments from
- * number `first` on (0 for an argument list), so that the compiler checks them.
+ * KS_PRINTF(at, first) a function whose argument number `at` is a printf format for the arguments
+ * from number `first` on (0 for an argument list), so that the compiler checks them.
  */
 #ifndef KS_API_H
 #define KS_API_H

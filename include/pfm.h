@@ -1,14 +1,14 @@
 /* pfm.h: faults, signals held back, and the end of the process.
  *
- * A fault is a plain non-zero status that jumps, by siglongjmp, to the innermost cleanup record. The
- * owner of a resource arms a record, and where a fault lands there it releases what it holds and
- * raises on. With no record left the process ends through pfm_exit. Faults are for what comes from
- * outside the call chain, above all a signal that asks the process to stop; a function that merely
- * fails says so by its result.
+ * A fault is a plain non-zero status that jumps, by siglongjmp, to the innermost cleanup record.
+ * The owner of a resource arms a record, and where a fault lands there it releases what it holds
+ * and raises on. With no record left the process ends through pfm_exit. Faults are for what comes
+ * from outside the call chain, above all a signal that asks the process to stop; a function that
+ * merely fails says so by its result.
  *
- * Signals are held back by a counter, without a system call: between pfm_inhibit and pfm_enable they
- * are noted, and delivered in ascending order when the count is back at zero. While it is zero, a
- * signal's routine may raise at any instruction.
+ * Signals are held back by a counter, without a system call: between pfm_inhibit and pfm_enable
+ * they are noted, and delivered in ascending order when the count is back at zero. While it is
+ * zero, a signal's routine may raise at any instruction.
  *
  * One thread per process. A wrong call ends in pfm_assert_fail. The module starts itself at the
  * first call that needs it. Routines and hooks given to it must not throw C++ exceptions.
@@ -28,8 +28,8 @@ extern "C" {
 
 /* Statuses that the library itself raises, besides signal numbers. */
 enum {
-  PFM_STATUS_QUIT = 4,          /* SIGINT, SIGHUP or SIGTERM told the process to stop */
-  PFM_STATUS_TTOU = 22,         /* SIGTTOU stopped a write to the terminal */
+  PFM_STATUS_QUIT = 4,           /* SIGINT, SIGHUP or SIGTERM told the process to stop */
+  PFM_STATUS_TTOU = 22,          /* SIGTTOU stopped a write to the terminal */
   PFM_STATUS_SELECT_WAKE = 23792 /* never leaves pfm_select_inhibited */
 };
 
@@ -38,28 +38,28 @@ enum {
 typedef struct pfm_cleanup_rec {
   uint32_t magic;               /* tells whether the record is armed */
   struct pfm_cleanup_rec *prev; /* next record outward */
-  jmp_buf env;                  /* filled by sigsetjmp(env, 1): a sigjmp_buf, by its strict C name */
-  int32_t inh;                  /* pfm_inhibit_count() when armed */
-  int32_t inh_susp;             /* pfm_inhibit_suspend_count() when armed */
-  int32_t status;               /* what sigsetjmp returned */
+  jmp_buf env;      /* filled by sigsetjmp(env, 1); a sigjmp_buf, under its name in strict C */
+  int32_t inh;      /* pfm_inhibit_count() when armed */
+  int32_t inh_susp; /* pfm_inhibit_suspend_count() when armed */
+  int32_t status;   /* what sigsetjmp returned */
 } pfm_cleanup_rec_t;
 
 /* A signal routine; SIG_DFL and SIG_IGN are accepted wherever one is. */
 typedef void (*pfm_signal_t)(int sig);
 
-/* An exit hook, called with the exit status and the argument it was registered with; and the routine
- * that ends the process after the hooks. */
+/* An exit hook, called with the exit status and the argument it was registered with; and the
+ * routine that ends the process after the hooks. */
 typedef void (*pfm_exit_hook_t)(int status, void *argument);
 typedef void (*pfm_exit_routine_t)(int status);
 
 /* PFM_CLEANUP_START arms a record and marks the place where a fault lands:
  *
  *     pfm_cleanup_rec_t rec;
- *     char *volatile text = NULL;                  // volatile, and empty before the record is armed
+ *     char *volatile text = NULL;    // volatile, and empty before the record is armed
  *     int status = PFM_CLEANUP_START(&rec, 0);
- *     if (status != 0) {                           // a fault; signals are held back here
+ *     if (status != 0) {             // a fault has landed; signals are held back here
  *       free(text);
- *       pfm_raise(status);                         // go on outward
+ *       pfm_raise(status);           // it goes on outward
  *     }
  *     ... the body; the function must not return from here on without ...
  *     pfm_cleanup_rls(&rec);
@@ -121,11 +121,11 @@ KS_API int32_t pfm_blocked_count(void);
  * system when another routine takes its place here: set SIG_DFL first to take the signal over. */
 KS_API pfm_signal_t pfm_signal(int sig, pfm_signal_t routine);
 
-/* pfm_select_inhibited is select(2) for a caller that holds signals back exactly once: a signal that
- * arrives, or that is already waiting for delivery, ends the wait, and is delivered by the caller's
- * pfm_enable. No signal can slip in unseen between the test and the sleep.
- * Result: as select: the number of ready descriptors, 0 at the timeout, or -1 with errno, which is
- * EINTR for a signal. May be left by a fault. */
+/* pfm_select_inhibited is select(2) for a caller that holds signals back exactly once: a signal
+ * that arrives, or that is already waiting for delivery, ends the wait, and is delivered by the
+ * caller's pfm_enable. No signal can slip in unseen between the test and the sleep. Result: as
+ * select: the number of ready descriptors, 0 at the timeout, or -1 with errno, which is EINTR for a
+ * signal. May be left by a fault. */
 KS_API int pfm_select_inhibited(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfds,
                                 struct timeval *timeout);
 
@@ -137,8 +137,8 @@ KS_API void pfm_on_exit(pfm_exit_hook_t routine, void *argument);
  * return. Result: the previous one. */
 KS_API pfm_exit_routine_t pfm_set_exit(pfm_exit_routine_t routine);
 
-/* pfm_exit runs the exit hooks and then the exit routine. A hook may call pfm_exit itself: the hooks
- * that are left then run. */
+/* pfm_exit runs the exit hooks and then the exit routine. A hook may call pfm_exit itself: the
+ * hooks that are left then run. */
 KS_API void pfm_exit(int status);
 
 /* pfm_panic prints "***ABORT***" with the place as an error message and aborts. */

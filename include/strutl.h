@@ -24,10 +24,10 @@ extern "C" {
  * a size of 0 nothing is written and the result is 1. */
 KS_API int strutl_cpy_buf(char *target, const char *source, size_t size);
 
-/* strutl_find_char_from looks in `string`, from byte offset `start` on, for the first character that
- * stands in `set`. `start` must not lie beyond the string's end.
- * Result: 1 with the byte offset of the hit in the string in `*position` and the byte offset of the
- * same character in the set in `*set_offset`, each unless it is NULL; 0 when there is none, with both left alone. */
+/* strutl_find_char_from looks in `string`, from byte offset `start` on, for the first character
+ * that stands in `set`. `start` must not lie beyond the string's end. Result: 1 with the byte
+ * offset of the hit in the string in `*position` and the byte offset of the same character in the
+ * set in `*set_offset`, each unless it is NULL; 0 when there is none, with both left alone. */
 KS_API int strutl_find_char_from(const char *string, size_t start, const char *set,
                                  size_t *position, size_t *set_offset);
 

@@ -14,8 +14,8 @@
 namespace [[gnu::visibility("hidden")]] ks {
 
 // Depth of pfm_inhibit, and the number of signals that wait for it to end. A signal routine may run
-// at any instruction, so each access is fenced with order_for_signals where its order matters; plain
-// integers, because a volatile counter costs two instructions more on each side.
+// at any instruction, so each access is fenced with order_for_signals where its order matters;
+// plain integers, because a volatile counter costs two instructions more on each side.
 extern int32_t pfm_inh_count;
 extern int32_t pfm_pending_count;
 
@@ -27,8 +27,8 @@ void deliver_pending();
 inline void order_for_signals() { std::atomic_signal_fence(std::memory_order_seq_cst); }
 
 // Runs `body` with signals held back, for short stretches that allocate or change what a signal
-// routine may see: no signal can leave them half done. A signal that arrived is delivered at the end
-// and may raise, so whatever `body` made must by then be where its owner finds it. Unlike
+// routine may see: no signal can leave them half done. A signal that arrived is delivered at the
+// end and may raise, so whatever `body` made must by then be where its owner finds it. Unlike
 // pfm_inhibit it never starts the fault manager: while nothing is caught there is nothing to hold.
 template <class Body>
 inline void signals_held(Body &&body) {
@@ -42,8 +42,8 @@ inline void signals_held(Body &&body) {
   if (pfm_pending_count != 0 && pfm_inh_count == 0) deliver_pending();
 }
 
-// Runs `body`; when a fault leaves it, runs `cleanup` with signals held back and raises on. Locals of
-// the caller that both use, captured by reference, keep their values at the landing: they do not
+// Runs `body`; when a fault leaves it, runs `cleanup` with signals held back and raises on. Locals
+// of the caller that both use, captured by reference, keep their values at the landing: they do not
 // live in the function that calls sigsetjmp. They must have their empty values before.
 template <class Body, class Cleanup>
 void protect(Body &&body, Cleanup &&cleanup) {

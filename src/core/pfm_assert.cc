@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "imsg.h"
+#include "msg/ks_print.h"
 #include "pfm.h"
 #include "pfm_msg.h"
 
@@ -19,15 +19,15 @@ void write_assertion(const char *expression_text, const char *file, int line) {
   const int length = snprintf(text, sizeof text, _pfm_ks_msg_table->texts[PFM_MSG_ASSERT_FAILED],
                               expression_text, file, line);
   if (length <= 0) return;
-  const size_t bytes = static_cast<size_t>(length) < sizeof text ? static_cast<size_t>(length)
-                                                                 : sizeof text - 1;
+  const size_t bytes =
+      static_cast<size_t>(length) < sizeof text ? static_cast<size_t>(length) : sizeof text - 1;
   if (write(STDERR_FILENO, text, bytes) < 0) return;  // nowhere to say it
 }
 
 }  // namespace
 
 void pfm_panic(const char *file, int line) {
-  imsg_print(IMSG_TYPE_ERROR, _pfm_ks_msg_table, PFM_MSG_ABORT, file, line);
+  ks::print<PFM_MSG_ABORT>(IMSG_TYPE_ERROR, file, line);
   abort();
 }
 
@@ -36,8 +36,7 @@ void pfm_assert_fail(const char *expression_text, const char *file, int line) {
     write_assertion(expression_text, file, line);
   } else {
     printing_assertion = true;
-    imsg_print(IMSG_TYPE_ERROR, _pfm_ks_msg_table, PFM_MSG_ASSERT_FAILED, expression_text, file,
-               line);
+    ks::print<PFM_MSG_ASSERT_FAILED>(IMSG_TYPE_ERROR, expression_text, file, line);
   }
   abort();
 }

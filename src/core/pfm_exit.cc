@@ -16,8 +16,8 @@ struct on_exit_entry {
   on_exit_entry *next;
 };
 
-on_exit_entry *on_exit_list = nullptr;          // last registered first
-pfm_exit_routine_t saved_exit_routine = exit;   // what pfm_exit finally calls
+on_exit_entry *on_exit_list = nullptr;         // last registered first
+pfm_exit_routine_t saved_exit_routine = exit;  // what pfm_exit finally calls
 
 // Each hook is off the list before it runs: one that calls pfm_exit itself runs only the rest.
 void run_hooks(int status) {

@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "core/ks_assert.h"
+#include "core/ks_frame.h"
 #include "date.h"
 #include "imsg_internal.h"
 #include "imsg_msg.h"
@@ -59,9 +60,11 @@ void ks::write_text(const char *text, FILE *stream) {
 void ks::format_time_stamp(char *ts, size_t ts_sz) {
   struct timeval now;
   date_get_timeval(&now);
-  tzset();
   struct tm local = {};
-  localtime_r(&now.tv_sec, &local);
+  signals_held([&] {  // reading the zone allocates
+    tzset();
+    localtime_r(&now.tv_sec, &local);
+  });
   char clock[16];
   strftime(clock, sizeof clock, "%H:%M:%S", &local);
   const size_t ts_count = static_cast<size_t>(

@@ -80,9 +80,8 @@ void ks::imsg_print_sharedv_util(char **result_pp, int type, const char *prefix_
     const int32_t room = output.size - static_cast<int32_t>(prefix.prefix_length);
     va_list again;
     va_copy(again, args);
-    const int length =
-        imsg_vsnprintf_taggable(2, output.text + prefix.prefix_length, static_cast<size_t>(room),
-                                table, number, again);
+    const int length = imsg_vsnprintf_taggable(2, output.text + prefix.prefix_length,
+                                               static_cast<size_t>(room), table, number, again);
     va_end(again);
     if (length >= 0 && length < room) break;
     // Also after -1: a wrong number is reported at each step until no larger buffer can be had.

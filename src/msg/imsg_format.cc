@@ -82,8 +82,8 @@ int imsg_snprintf_type(char *dest, size_t size, int type, const void *table, int
   }
   va_list args;
   va_start(args, number);
-  const int result = imsg_vsnprintf(dest + prefix.prefix_length, size - prefix.prefix_length, table,
-                                    number, args);
+  const int result =
+      imsg_vsnprintf(dest + prefix.prefix_length, size - prefix.prefix_length, table, number, args);
   va_end(args);
   return result;
 }

@@ -36,7 +36,7 @@ void format_time_stamp(char *ts, size_t ts_sz);
 
 // The arguments of a prefix's format.
 struct PrefixNames {
-  const char *stamp;   // of a trace message
+  const char *stamp;  // of a trace message
   const char *subsys;
 };
 

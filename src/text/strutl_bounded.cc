@@ -8,8 +8,8 @@
 
 namespace {
 
-// Bytes of the character at `text`, which is not at the end: at least 1. From a fresh state, so that
-// a cut sequence met earlier does not change the answer.
+// Bytes of the character at `text`, which is not at the end: at least 1. From a fresh state, so
+// that a cut sequence met earlier does not change the answer.
 size_t char_size(const char *text, size_t limit) {
   mbstate_t state = {};
   const size_t size = mbrlen(text, limit, &state);

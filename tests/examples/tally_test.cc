@@ -1,0 +1,195 @@
+// The example tool as its user sees it.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "support/child.h"
+#include "support/folder.h"
+
+using ks_test::Child;
+using ks_test::Folder;
+using ks_test::Outcome;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+const std::string kTally = NORVAKS_BUILD_DIR "/bin/tally";
+
+Outcome tally(std::vector<std::string> arguments, std::vector<std::string> environment = {}) {
+  arguments.insert(arguments.begin(), kTally);
+  return ks_test::run_program(arguments, environment);
+}
+
+std::vector<std::string> lines(const std::string &text) {
+  std::vector<std::string> result;
+  for (size_t at = 0, end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
+    result.push_back(text.substr(at, end - at));
+  }
+  return result;
+}
+
+std::vector<std::string> language(const std::string &locale) {
+  // LC_ALL is for the system's own texts; the catalogs go by LANG.
+  return {"LC_ALL=C", "LANG=" + locale,
+          "NLSPATH=" NORVAKS_BUILD_DIR "/share/norvaks/nls/%l/%N.cat:" NORVAKS_BUILD_DIR
+          "/share/tally/nls/%l/%N.cat"};
+}
+
+TEST(Tally, CountsLinesAndBytesOfTheFilesNamed) {
+  Folder folder;
+  const std::string one = folder.write("one", "a\nb\n");
+  const std::string two = folder.write("two", std::string(100, 'x') + "\nno newline at the end");
+  const std::string none = folder.write("none", "");
+  const Outcome outcome = tally({one, two, none});
+  EXPECT_EQ(outcome.out, "2   4  " + one + "\n" + "1 122  " + two + "\n" + "0   0  " + none + "\n" +
+                             "3 126  in all, 3 files\n");
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.end(), "exit 0");
+}
+
+TEST(Tally, CountsAWholeTreeWithoutFollowingLinks) {
+  Folder folder;
+  folder.write("a", "1\n");
+  folder.write("sub/b", "1\n2\n");
+  folder.write("sub/deep/c", "");
+  std::filesystem::create_symlink(folder.path("a"), folder.path("sub/link"));
+  std::filesystem::create_directory_symlink(folder.path(), folder.path("sub/loop"));
+  mkfifo(folder.path("sub/pipe").c_str(), 0600);
+  const Outcome outcome = tally({folder.path()});
+  EXPECT_THAT(lines(outcome.out),
+              UnorderedElementsAre("1 2  " + folder.path("a"), "2 4  " + folder.path("sub/b"),
+                                   "0 0  " + folder.path("sub/deep/c"), "3 6  in all, 3 files"));
+  EXPECT_EQ(outcome.end(), "exit 0");
+}
+
+TEST(Tally, ReportsWhatItCannotOpenOrReadAndCountsTheOthers) {
+  Folder folder;
+  const std::string good = folder.write("good", "1\n");
+  const std::string missing = folder.path("missing");
+  // Reading a process's memory at address 0 fails.
+  const Outcome outcome = tally({missing, "/proc/self/mem", good});
+  EXPECT_EQ(outcome.out, "1 2  " + good + "\n1 2  in all, 1 files\n");
+  EXPECT_EQ(outcome.err,
+            "tally: Error: Unable to open \"" + missing +
+                "\": No such file or directory\n"
+                "tally: Error: Unable to read \"/proc/self/mem\": Input/output error\n");
+  EXPECT_EQ(outcome.end(), "exit 1");
+}
+
+TEST(Tally, WithoutArgumentsTellsItsUsage) {
+  const Outcome outcome = tally({});
+  EXPECT_EQ(outcome.err, "tally: Error: usage: tally FILE-OR-FOLDER...\n");
+  EXPECT_EQ(outcome.end(), "exit 2");
+}
+
+TEST(Tally, SpeaksGermanAndJapanese) {
+  Folder folder;
+  const std::string file = folder.write("f", "1\n");
+  const std::string missing = folder.path("missing");
+  const Outcome german = tally({file, missing}, language("de_DE.UTF-8"));
+  EXPECT_EQ(lines(german.out).back(), "1 2  insgesamt, 1 Dateien");
+  EXPECT_EQ(german.err, "tally: Fehler: \"" + missing +
+                            "\" kann nicht geöffnet werden: No such file or directory\n");
+  const Outcome japanese = tally({file, missing}, language("ja_JP.UTF-8"));
+  EXPECT_EQ(lines(japanese.out).back(), "1 2  合計、1 ファイル");
+  EXPECT_EQ(japanese.err,
+            "tally: エラー: \"" + missing + "\" を開けません: No such file or directory\n");
+  const Outcome english = tally({file}, language("fr_FR.UTF-8"));
+  EXPECT_EQ(lines(english.out).back(), "1 2  in all, 1 files");
+}
+
+TEST(Tally, TracesWhenTheEnvironmentAsksForIt) {
+  Folder folder;
+  const std::string file = folder.write("f", "1\n");
+  const Outcome traced = tally({file}, {"TRACE_VERBOSITY=1", "TRACE_SUBSYS=tally"});
+  EXPECT_THAT(traced.err,
+              MatchesRegex(">>> [0-2][0-9]:[0-5][0-9]:[0-6][0-9]\\.[0-9][0-9][0-9] \\(tally\\): "
+                           "counting \"" +
+                           file + "\"\n"));
+  EXPECT_EQ(tally({file}, {"TRACE_VERBOSITY=0", "TRACE_SUBSYS=tally"}).err, "");
+  EXPECT_EQ(tally({file}, {"TRACE_VERBOSITY=1", "TRACE_SUBSYS=other"}).err, "");
+}
+
+TEST(Tally, SaysThatItHasNoPlaceForItsTemporaryFile) {
+  Folder folder;
+  const Outcome outcome = tally({"/etc/passwd"}, {"TMPDIR=" + folder.path("missing")});
+  EXPECT_THAT(outcome.err, HasSubstr("tally: Error: Unable to make the temporary file"));
+  EXPECT_EQ(outcome.end(), "exit 1");
+}
+
+// A tally in the middle of its run: it has counted one file and waits on a pipe. Its temporary
+// files lie in `folder.path("tmp")`.
+class TallyInMidRun : public testing::Test {
+ protected:
+  TallyInMidRun() {
+    folder.write("tmp/keep", "");
+    mkfifo(pipe.c_str(), 0600);
+  }
+
+  Child start() {
+    Child child(ks_test::program({kTally, file, pipe}, {"TMPDIR=" + folder.path("tmp")}));
+    writer = open(pipe.c_str(), O_WRONLY | O_CLOEXEC);  // returns when the tool has opened it too
+    EXPECT_EQ(temporary_files(), 1);
+    return child;
+  }
+
+  int temporary_files() const {
+    int count = -1;  // the file that keeps the folder
+    for ([[maybe_unused]] const auto &entry :
+         std::filesystem::directory_iterator(folder.path("tmp"))) {
+      ++count;
+    }
+    return count;
+  }
+
+  Folder folder;
+  const std::string file = folder.write("file", "1\n");
+  const std::string pipe = folder.path("pipe");
+  int writer = -1;
+};
+
+TEST_F(TallyInMidRun, AnInterruptUnwindsRemovesItsFileRunsTheHooksAndEndsWithFour) {
+  for (int sig : {SIGINT, SIGTERM, SIGHUP}) {
+    Child child = start();
+    kill(child.pid(), sig);
+    const Outcome outcome = child.finish();
+    close(writer);
+    EXPECT_EQ(outcome.end(), "exit 4") << sig;
+    EXPECT_EQ(outcome.out, "") << sig;
+    EXPECT_EQ(outcome.err, "tally: Warning: Interrupted after 1 files.\n") << sig;
+    EXPECT_EQ(temporary_files(), 0) << sig;
+  }
+}
+
+TEST_F(TallyInMidRun, StopsAndGoesOn) {
+  Child child = start();
+  // In a process group of its own whose parent is in another: else the system drops the stop.
+  setpgid(child.pid(), child.pid());
+  for (int round = 0; round < 2; ++round) {
+    int status = 0;
+    kill(child.pid(), SIGTSTP);
+    ASSERT_EQ(waitpid(child.pid(), &status, WUNTRACED), child.pid());
+    ASSERT_TRUE(WIFSTOPPED(status));
+    EXPECT_EQ(WSTOPSIG(status), SIGTSTP);
+    kill(child.pid(), SIGCONT);
+    ASSERT_EQ(waitpid(child.pid(), &status, WCONTINUED), child.pid());
+    ASSERT_TRUE(WIFCONTINUED(status));
+  }
+  ASSERT_EQ(write(writer, "x\ny\n", 4), 4);
+  close(writer);
+  const Outcome outcome = child.finish();
+  EXPECT_EQ(lines(outcome.out).back(), "3 6  in all, 2 files");
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.end(), "exit 0");
+  EXPECT_EQ(temporary_files(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,2 @@
+/* Compiled with one public header in front. ISO C wants a declaration in a source. */
+extern int alone;
