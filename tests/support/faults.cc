@@ -1,9 +1,11 @@
 #include "support/faults.h"
 
 #include <nl_types.h>
+#include <sys/select.h>
 #include <sys/time.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -15,17 +17,21 @@ namespace {
 
 struct Call {
   std::string_view name;
-  int count;       // calls so far
-  int first_fail;  // number of the first call that fails, -1 for none
-  int fails;       // how many in a row
-  int error;
+  int count = 0;        // calls so far
+  int first_fail = -1;  // number of the first call that fails, -1 for none
+  int fails = 0;        // how many in a row
+  int error = 0;
+  int signal_at = -1;  // number of the call in which a signal arrives, -1 for none
+  int signal = 0;
 };
 
 constinit Call calls[] = {
-    {"malloc", 0, -1, 0, 0},       {"realloc", 0, -1, 0, 0}, {"strdup", 0, -1, 0, 0},
-    {"catopen", 0, -1, 0, 0},      {"time", 0, -1, 0, 0},    {"vsnprintf", 0, -1, 0, 0},
-    {"gettimeofday", 0, -1, 0, 0},
+    {"malloc"}, {"realloc"},  {"strdup"},  {"catopen"},     {"catclose"},
+    {"time"},   {"vsnprintf"}, {"tzset"},  {"localtime_r"}, {"gettimeofday"},
+    {"select"}, {"sigaction"},
 };
+
+constinit bool inside = false;  // a signal is arriving in a call
 
 constinit bool clock_set = false;
 constinit timeval clock_value = {};
@@ -38,10 +44,15 @@ Call &find(std::string_view name) {
   abort();
 }
 
-// Counts a call; true when it is to fail, with errno set.
+// Counts a call, and has a signal arrive in it; true when it is to fail, with errno set.
 bool fails(std::string_view name) {
   Call &call = find(name);
   const int number = call.count++;
+  if (number == call.signal_at) {
+    inside = true;
+    raise(call.signal);
+    inside = false;
+  }
   if (call.first_fail < 0 || number < call.first_fail || number >= call.first_fail + call.fails) {
     return false;
   }
@@ -57,6 +68,14 @@ void fail_call(std::string_view name, int nth, int error, int times) {
   call.fails = times;
   call.error = error;
 }
+
+void signal_in_call(std::string_view name, int nth, int sig) {
+  Call &call = find(name);
+  call.signal_at = call.count + nth;
+  call.signal = sig;
+}
+
+bool inside_call() { return inside; }
 
 int count_calls(std::string_view name) { return find(name).count; }
 
@@ -92,6 +111,24 @@ nl_catd __wrap_catopen(const char *name, int flags) {
   return fails("catopen") ? reinterpret_cast<nl_catd>(-1) : __real_catopen(name, flags);
 }
 
+int __real_catclose(nl_catd catalog);
+int __wrap_catclose(nl_catd catalog);
+int __wrap_catclose(nl_catd catalog) {
+  return fails("catclose") ? -1 : __real_catclose(catalog);
+}
+
+void __real_tzset(void);
+void __wrap_tzset(void);
+void __wrap_tzset(void) {
+  if (!fails("tzset")) __real_tzset();
+}
+
+struct tm *__real_localtime_r(const time_t *moment, struct tm *local);
+struct tm *__wrap_localtime_r(const time_t *moment, struct tm *local);
+struct tm *__wrap_localtime_r(const time_t *moment, struct tm *local) {
+  return fails("localtime_r") ? nullptr : __real_localtime_r(moment, local);
+}
+
 time_t __real_time(time_t *out);
 time_t __wrap_time(time_t *out);
 time_t __wrap_time(time_t *out) { return fails("time") ? time_t{-1} : __real_time(out); }
@@ -109,6 +146,18 @@ int __wrap_gettimeofday(timeval *now, void *zone) {
   if (!ks_test::clock_set) return __real_gettimeofday(now, zone);
   *now = ks_test::clock_value;
   return 0;
+}
+
+int __real_select(int nfds, fd_set *in, fd_set *out, fd_set *except, timeval *timeout);
+int __wrap_select(int nfds, fd_set *in, fd_set *out, fd_set *except, timeval *timeout);
+int __wrap_select(int nfds, fd_set *in, fd_set *out, fd_set *except, timeval *timeout) {
+  return fails("select") ? -1 : __real_select(nfds, in, out, except, timeout);
+}
+
+int __real_sigaction(int sig, const struct sigaction *action, struct sigaction *old);
+int __wrap_sigaction(int sig, const struct sigaction *action, struct sigaction *old);
+int __wrap_sigaction(int sig, const struct sigaction *action, struct sigaction *old) {
+  return fails("sigaction") ? -1 : __real_sigaction(sig, action, old);
 }
 
 }  // extern "C"

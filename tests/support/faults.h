@@ -7,7 +7,8 @@
 namespace ks_test {
 
 // The calls that can be made to fail; tests/CMakeLists.txt wraps the same names.
-//   malloc realloc strdup catopen gettimeofday time vsnprintf
+//   malloc realloc strdup catopen catclose gettimeofday time tzset localtime_r vsnprintf
+//   select sigaction
 
 // The call number `nth` from now on (0 is the next) of `name` fails, with errno `error`; with `times`
 // above 1 so many calls in a row do.
@@ -15,6 +16,12 @@ void fail_call(std::string_view name, int nth, int error, int times = 1);
 
 // Calls of `name` since the process started, failed ones included.
 int count_calls(std::string_view name);
+
+// Signal `sig` arrives in the middle of the call number `nth` from now on of `name`.
+void signal_in_call(std::string_view name, int nth, int sig);
+
+// Whether that is happening: what a signal routine asks.
+bool inside_call();
 
 // gettimeofday answers these from now on.
 void set_clock(long seconds, long microseconds);

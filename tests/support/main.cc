@@ -1,0 +1,14 @@
+// Every case starts from surroundings that tell the library nothing, whoever runs it.
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+
+int main(int argc, char **argv) {
+  for (const char *name :
+       {"LANG", "LANGUAGE", "LC_ALL", "LC_MESSAGES", "LOCPATH", "NLSPATH", "TZ", "PRINT_SUBSYS",
+        "PRINT_SUBSYS_OK", "IMSG_IO_INTERLEAVE", "TRACE_SUBSYS", "TRACE_VERBOSITY"}) {
+    unsetenv(name);
+  }
+  testing::InitGoogleMock(&argc, argv);
+  return RUN_ALL_TESTS();
+}
