@@ -30,7 +30,10 @@ def medians(path):
 def main(bars, results):
     print("| Workload | Build | norvaks | Beside | Ratio | Bar | |")
     print("|---|---|---|---|---|---|---|")
-    timed = {path.parent.name.removeprefix("bench_"): medians(path) for path in results if path.suffix == ".json"}
+    timed = {}
+    for path in results:
+        if path.suffix == ".json":
+            timed.setdefault(path.parent.name.removeprefix("bench_"), {}).update(medians(path))
     counted = {row[:2]: row[2] for path in results if path.suffix == ".tsv" for row in rows(path)}
     for workload, peer, bar in rows(bars):
         verdict = lambda value: "met" if value <= bar else "MISSED"
@@ -43,7 +46,7 @@ def main(bars, results):
         for build, times in timed.items():
             ours, theirs = times[workload, "norvaks"], times[workload, peer]
             print(f"| {workload} | {build} | {ours:.1f} ns | {peer} {theirs:.1f} ns | "
-                  f"{ours / theirs:.2f} | {bar:g} | {verdict(ours / theirs)} |")
+                  f"{ours / theirs:.{2 if bar >= 0.5 else 3}f} | {bar:g} | {verdict(ours / theirs)} |")
 
 
 if __name__ == "__main__":

@@ -1,27 +1,19 @@
 // The text primitives that printing itself stands on: nothing here allocates, prints or raises.
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <cwchar>
 
 #include "strutl.h"
+#include "text/strutl_internal.h"
+
+using ks::Encoding;
 
 namespace {
 
-// Bytes of the character at `text`, which is not at the end: at least 1. From a fresh state, so
-// that a cut sequence met earlier does not change the answer.
-size_t char_size(const char *text, size_t limit) {
-  mbstate_t state = {};
-  const size_t size = mbrlen(text, limit, &state);
-  // (size_t)-1 and -2 tell of a sequence that is no character: one byte.
-  return size < 2 || size > limit ? 1 : size;
-}
-
 // Where in `set` the character of `size` bytes at `text` stands, or NULL.
-const char *find_in_set(const char *text, size_t size, const char *set, size_t limit) {
+const char *find_in_set(const Encoding &encoding, const char *text, size_t size, const char *set) {
   size_t step;
   for (const char *member = set; *member != '\0'; member += step) {
-    step = char_size(member, limit);
+    step = encoding.step(member);
     if (step == size && memcmp(member, text, size) == 0) return member;
   }
   return nullptr;
@@ -54,31 +46,32 @@ int strutl_cpy_buf(char *target, const char *source, size_t size) {
 
 int strutl_find_char_from(const char *string, size_t start, const char *set, size_t *position,
                           size_t *set_offset) {
-  const size_t limit = MB_CUR_MAX;
-  if (limit == 1) return find_byte_from(string, start, set, position, set_offset);
+  const Encoding encoding;
+  if (encoding.all_stand_alone(set)) {
+    return find_byte_from(string, start, set, position, set_offset);
+  }
   size_t size;
   for (const char *at = string + start; *at != '\0'; at += size) {
-    size = char_size(at, limit);
-    const char *member = find_in_set(at, size, set, limit);
+    size = encoding.step(at);
+    const char *member = find_in_set(encoding, at, size, set);
     if (member != nullptr) return hit(string, at, set, member, position, set_offset);
   }
   return 0;
 }
 
 char *strutl_strrpbrk(const char *string, const char *set) {
+  const Encoding encoding;
   const char *last = nullptr;
-  if (MB_CUR_MAX == 1) {
+  if (encoding.all_stand_alone(set)) {
     for (const char *at = string + strlen(string); at != string && last == nullptr;) {
       --at;
       if (strchr(set, *at) != nullptr) last = at;
     }
   } else {
     size_t position;
-    size_t size;
     for (size_t start = 0; strutl_find_char_from(string, start, set, &position, nullptr);
-         start = position + size) {
+         start = position + encoding.step(last)) {
       last = string + position;
-      size = char_size(last, MB_CUR_MAX);
     }
   }
   return const_cast<char *>(last);

@@ -26,12 +26,16 @@ struct Call {
 };
 
 constinit Call calls[] = {
-    {"malloc"}, {"realloc"},  {"strdup"},  {"catopen"},     {"catclose"},
+    {"malloc"}, {"calloc"}, {"realloc"},  {"strdup"},  {"catopen"},     {"catclose"},
     {"time"},   {"vsnprintf"}, {"tzset"},  {"localtime_r"}, {"gettimeofday"},
     {"select"}, {"sigaction"},
 };
 
 constinit bool inside = false;  // a signal is arriving in a call
+
+constinit bool keep_freed = false;
+constinit void *kept[64] = {};
+constinit size_t kept_count = 0;
 
 constinit bool clock_set = false;
 constinit timeval clock_value = {};
@@ -79,6 +83,13 @@ bool inside_call() { return inside; }
 
 int count_calls(std::string_view name) { return find(name).count; }
 
+void keep_freed_blocks() { keep_freed = true; }
+
+void free_kept_blocks() {
+  keep_freed = false;
+  while (kept_count > 0) free(kept[--kept_count]);
+}
+
 void set_clock(long seconds, long microseconds) {
   clock_set = true;
   clock_value.tv_sec = seconds;
@@ -94,6 +105,22 @@ extern "C" {
 void *__real_malloc(size_t size);
 void *__wrap_malloc(size_t size);
 void *__wrap_malloc(size_t size) { return fails("malloc") ? nullptr : __real_malloc(size); }
+
+void *__real_calloc(size_t count, size_t size);
+void *__wrap_calloc(size_t count, size_t size);
+void *__wrap_calloc(size_t count, size_t size) {
+  return fails("calloc") ? nullptr : __real_calloc(count, size);
+}
+
+void __real_free(void *block);
+void __wrap_free(void *block);
+void __wrap_free(void *block) {
+  if (ks_test::keep_freed && ks_test::kept_count < std::size(ks_test::kept)) {
+    ks_test::kept[ks_test::kept_count++] = block;
+  } else {
+    __real_free(block);
+  }
+}
 
 void *__real_realloc(void *block, size_t size);
 void *__wrap_realloc(void *block, size_t size);

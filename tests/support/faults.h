@@ -7,7 +7,7 @@
 namespace ks_test {
 
 // The calls that can be made to fail; tests/CMakeLists.txt wraps the same names.
-//   malloc realloc strdup catopen catclose gettimeofday time tzset localtime_r vsnprintf
+//   malloc calloc realloc strdup catopen catclose gettimeofday time tzset localtime_r vsnprintf
 //   select sigaction
 
 // The call number `nth` from now on (0 is the next) of `name` fails, with errno `error`; with `times`
@@ -22,6 +22,11 @@ void signal_in_call(std::string_view name, int nth, int sig);
 
 // Whether that is happening: what a signal routine asks.
 bool inside_call();
+
+// From now on freed blocks are kept as they are, for a test to look at what was left in them, and
+// until given back.
+void keep_freed_blocks();
+void free_kept_blocks();
 
 // gettimeofday answers these from now on.
 void set_clock(long seconds, long microseconds);

@@ -1,0 +1,32 @@
+// What the heap and the areas share.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace [[gnu::visibility("hidden")]] ks {
+
+// Sizes are multiples of this, and fills are tested and written against it.
+inline constexpr size_t kStgUnit = 8;
+
+// Rounded up to a multiple of the unit. The size must leave room for it.
+constexpr size_t stg_round_up(size_t size) { return (size + kStgUnit - 1) & ~(kStgUnit - 1); }
+
+// Prints that there is no more memory and sets errno. Result: NULL, for the caller to return.
+[[gnu::cold]] void *stg_exhausted();
+
+// The first of `count` bytes that is not `value`, or NULL.
+const unsigned char *stg_first_difference(const unsigned char *bytes, size_t count,
+                                          unsigned char value);
+
+// memcpy of a text. Most texts are short, and for these the call would be half of the work.
+inline char *stg_copy_text(void *target, const char *text, size_t bytes) {
+  char *copy = static_cast<char *>(target);
+  if (bytes < 16 || bytes > 32) return static_cast<char *>(memcpy(copy, text, bytes));
+  memcpy(copy, text, 16);
+  memcpy(copy + bytes - 16, text + bytes - 16, 16);
+  return copy;
+}
+
+}  // namespace ks
