@@ -1,12 +1,12 @@
-/* tally: counts the lines and bytes of files, and of all files below folders.
- * A model of a program on libnorvaks: everything printed goes through a message table, what fails
- * is reported once and the rest goes on, and whatever is open or temporary hangs on a cleanup
- * record, so that an interrupt at any moment leaves nothing behind. */
+/* tally: counts the lines and bytes of files, and of all files below folders. A model of a program on
+ * libnorvaks: all text comes from a message table, what fails is reported once and the rest goes on,
+ * and what is open or temporary hangs on a cleanup record, so that no interrupt leaves it behind. */
 #define _POSIX_C_SOURCE 200809L
 
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -16,21 +16,18 @@
 
 #include <norvaks/imsg.h>
 #include <norvaks/pfm.h>
+#include <norvaks/stg.h>
 #include <norvaks/strutl.h>
 
+#include "folders.h"
 #include "tally_msg.h"
 
-enum { PATH_BYTES = 4096, BLOCK_BYTES = 65536 };
-
-struct counts {
-  unsigned long long lines, bytes;
-};
-
+static stg_area_t area; /* of the folders' totals */
 static struct counts total;
 static unsigned long long files; /* counted so far */
 static int failures;             /* reported so far */
 static FILE *records;            /* temporary file: the counts and the path of each file */
-static char records_path[PATH_BYTES];
+static char records_path[PATH_MAX];
 
 static void report_failure(int message, const char *path) {
   imsg_print(IMSG_TYPE_ERROR, tally_msg_table, message, path, imsg_strerror(errno));
@@ -38,7 +35,7 @@ static void report_failure(int message, const char *path) {
 }
 
 static int count_descriptor(int fd, struct counts *counts) {
-  char block[BLOCK_BYTES];
+  char block[65536];
   ssize_t got;
   while ((got = read(fd, block, sizeof block)) > 0 || (got < 0 && errno == EINTR)) {
     if (got < 0) continue; /* stopped and continued */
@@ -52,11 +49,11 @@ static int count_descriptor(int fd, struct counts *counts) {
 }
 
 static void record_file(const char *path, const struct counts *counts) {
-  pfm_inhibit(); /* a file is recorded and in the total, or neither */
+  pfm_inhibit(); /* a file is recorded and in all totals, or in none */
   fwrite(counts, sizeof *counts, 1, records);
   fwrite(path, strlen(path) + 1, 1, records);
-  total.lines += counts->lines;
-  total.bytes += counts->bytes;
+  if (!folders_add(path, counts)) ++failures;
+  add_counts(&total, counts);
   ++files;
   pfm_enable();
 }
@@ -65,12 +62,11 @@ static void count_path(const char *path);
 
 /* Below a folder only regular files and folders count; a link is what it is, a link. */
 static void count_entry(const char *folder, const char *name) {
-  char path[PATH_BYTES];
+  char path[PATH_MAX];
   struct stat info;
   if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) return;
   errno = ENAMETOOLONG;
-  if (strutl_snprintf(path, sizeof path, "%s/%s", folder, name) >= PATH_BYTES ||
-      lstat(path, &info) != 0) {
+  if (strutl_concat(path, sizeof path, 3, folder, "/", name) || lstat(path, &info) != 0) {
     report_failure(TALLY_MSG_OPEN_FAILED, path);
   } else if (S_ISDIR(info.st_mode) || S_ISREG(info.st_mode)) {
     count_path(path);
@@ -113,28 +109,32 @@ static void count_path(const char *path) {
     if (fd >= 0) folder = fdopendir(fd);
     pfm_enable();
   } while (fd < 0 && errno == EINTR);
-  if (fd >= 0) {
-    count_content(path, fd, folder);
-  } else {
-    report_failure(TALLY_MSG_OPEN_FAILED, path);
-  }
+  if (fd >= 0) count_content(path, fd, folder);
+  if (fd < 0) report_failure(TALLY_MSG_OPEN_FAILED, path);
   pfm_inhibit(); /* closed and released are one step */
   close_path(fd, folder);
   pfm_cleanup_rls(&rec);
   pfm_enable();
 }
 
-static int open_records(void) {
-  const char *folder = getenv("TMPDIR");
-  strutl_snprintf(records_path, sizeof records_path, "%s/tally.XXXXXX", folder ? folder : "/tmp");
+static int start(void) {
+  const char *tmp = getenv("TMPDIR");
+  strutl_concat(records_path, sizeof records_path, 2, tmp != NULL ? tmp : "/tmp", "/tally.XXXXXX");
   pfm_inhibit();
   int fd = mkstemp(records_path);
   records = fd >= 0 ? fdopen(fd, "w+") : NULL;
+  area = records != NULL ? stg_create_area(32000) : STG_AREA_NULL;
+  if (area != STG_AREA_NULL) {
+    stg_set_zero(area);
+    folders_start(area);
+  }
   pfm_enable();
-  return records != NULL;
+  return area != STG_AREA_NULL;
 }
 
-static void remove_records(void) {
+static void release(void) {
+  folders_end();
+  if (area != STG_AREA_NULL) stg_delete_area(&area);
   if (records == NULL) return;
   fclose(records);
   unlink(records_path);
@@ -146,7 +146,7 @@ static void print_report(void) {
   const int lines_width = snprintf(NULL, 0, "%llu", total.lines);
   const int bytes_width = snprintf(NULL, 0, "%llu", total.bytes);
   struct counts counts;
-  char path[PATH_BYTES];
+  char path[PATH_MAX];
   rewind(records);
   while (fread(&counts, sizeof counts, 1, records) == 1) {
     size_t length = 0;
@@ -155,6 +155,7 @@ static void print_report(void) {
     imsg_print(IMSG_TYPE_OK, tally_msg_table, TALLY_MSG_COUNTS, lines_width, counts.lines,
                bytes_width, counts.bytes, path);
   }
+  folders_print(lines_width, bytes_width);
   imsg_print(IMSG_TYPE_OK, tally_msg_table, TALLY_MSG_TOTAL, lines_width, total.lines, bytes_width,
              total.bytes, files);
 }
@@ -163,32 +164,32 @@ static void tally(int count, char **paths) {
   pfm_cleanup_rec_t rec;
   int status = PFM_CLEANUP_START(&rec, 0);
   if (status != 0) {
-    remove_records();
+    release();
     pfm_raise(status);
   }
-  if (open_records()) {
+  if (start()) {
     for (int i = 0; i < count; ++i) count_path(paths[i]);
     print_report();
   } else {
     report_failure(TALLY_MSG_TEMPORARY_FAILED, records_path);
   }
   pfm_inhibit();
-  remove_records();
+  release();
   pfm_cleanup_rls(&rec);
   pfm_enable();
 }
 
-static void say_interrupted(int status, void *unused) {
-  (void)unused;
+static void say_interrupted(int status, void *counted) {
   if (status == PFM_STATUS_QUIT) {
-    imsg_print(IMSG_TYPE_WARNING, tally_msg_table, TALLY_MSG_INTERRUPTED, files);
+    imsg_print(IMSG_TYPE_WARNING, tally_msg_table, TALLY_MSG_INTERRUPTED,
+               *(unsigned long long *)counted);
   }
 }
 
 int main(int argc, char **argv) {
   setlocale(LC_ALL, "");
   imsg_set_app_name(argv[0]);
-  pfm_on_exit(say_interrupted, NULL);
+  pfm_on_exit(say_interrupted, &files);
   if (argc < 2) {
     imsg_print(IMSG_TYPE_ERROR, tally_msg_table, TALLY_MSG_USAGE);
     return 2;

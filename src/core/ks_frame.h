@@ -32,7 +32,7 @@ inline void order_for_signals() { std::atomic_signal_fence(std::memory_order_seq
 // pfm_inhibit it never starts the fault manager: while nothing is caught there is nothing to hold.
 template <class Body>
 inline void signals_held(Body &&body) {
-  static_assert(std::is_trivially_destructible_v<std::remove_cvref_t<Body>>);
+  static_assert(std::is_trivially_destructible_v<std::decay_t<Body>>);
   // Stored, not counted back down: a count up and down again in memory would wait for each other.
   const int32_t inh_count = pfm_inh_count;
   pfm_inh_count = inh_count + 1;
@@ -49,8 +49,8 @@ inline void signals_held(Body &&body) {
 // live in the function that calls sigsetjmp. They must have their empty values before.
 template <class Body, class Cleanup>
 void protect(Body &&body, Cleanup &&cleanup) {
-  static_assert(std::is_trivially_destructible_v<std::remove_cvref_t<Body>> &&
-                std::is_trivially_destructible_v<std::remove_cvref_t<Cleanup>>);
+  static_assert(std::is_trivially_destructible_v<std::decay_t<Body>> &&
+                std::is_trivially_destructible_v<std::decay_t<Cleanup>>);
   pfm_cleanup_rec_t rec;
   rec.magic = 0;
   rec.status = sigsetjmp(rec.env, 1);

@@ -67,7 +67,7 @@ void start() {
   read_signal_table();
   pfm_inited = true;  // pfm_signal, which comes next, would start the module otherwise
   take_over_signals();
-  atexit(pfm_atexit_handler);
+  signals_held([] { atexit(pfm_atexit_handler); });
 }
 
 // What is rare of pfm_inhibit and pfm_enable stands out of line and is called last, so that the

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "core/ks_frame.h"
 #include "msg/ks_print.h"
 #include "pfm.h"
 #include "pfm_msg.h"
@@ -24,14 +25,22 @@ void write_assertion(const char *expression_text, const char *file, int line) {
   if (write(STDERR_FILENO, text, bytes) < 0) return;  // nowhere to say it
 }
 
+// No signal's routine may raise out of an abort that is on its way.
+void hold_signals_for_good() {
+  ++ks::pfm_inh_count;
+  ks::order_for_signals();
+}
+
 }  // namespace
 
 void pfm_panic(const char *file, int line) {
+  hold_signals_for_good();
   ks::print<PFM_MSG_ABORT>(IMSG_TYPE_ERROR, file, line);
   abort();
 }
 
 void pfm_assert_fail(const char *expression_text, const char *file, int line) {
+  hold_signals_for_good();
   if (printing_assertion) {
     write_assertion(expression_text, file, line);
   } else {

@@ -19,6 +19,7 @@ int pfm_select_inhibited(int nfds, fd_set *readfds, fd_set *writefds, fd_set *ex
   const int status = pfm_cleanup_start(&rec, 0);
   if (status != 0) {
     pfm_select_sleeping = false;
+    if (status < 0) pfm_cleanup_rls(&rec);  // still armed: it would land here again, for ever
     if (status != PFM_STATUS_SELECT_WAKE) pfm_raise(status);
     pfm_enable();
     errno = EINTR;

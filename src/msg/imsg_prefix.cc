@@ -1,6 +1,7 @@
 // The prefix of each message type.
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "core/ks_frame.h"
 #include "imsg.h"
@@ -17,8 +18,8 @@ using namespace ks;
 
 namespace {
 
-bool imsg_suppress_prefix_flag = false;
-bool imsg_output_subsys_flag = false;  // kept for its callers; no printed line heeds it
+int imsg_suppress_prefix_flag = 0;
+int imsg_output_subsys_flag = 0;  // kept for its callers; no printed line heeds it
 
 enum Word { WORD_OK, WORD_WARNING, WORD_ERROR, WORD_SYSTEM, WORDS };
 
@@ -80,7 +81,7 @@ const char *imsg_prefix_format(int type, int with_subsys) {
   need_imsg();
   read_words();
   prefix_format[0] = '\0';
-  if (imsg_suppress_prefix_flag) return prefix_format;
+  if (imsg_suppress_prefix_flag != 0) return prefix_format;
   if (type < 0 || type > kLastMessageType) {
     print<IMSG_MSG_UNKNOWN_TYPE>(IMSG_TYPE_ERROR, type, __FILE__, __LINE__);
     return prefix_words[WORD_SYSTEM];
@@ -92,14 +93,6 @@ const char *imsg_prefix_format(int type, int with_subsys) {
   return prefix_format;
 }
 
-int imsg_suppress_prefix(int flag) {
-  const bool old = imsg_suppress_prefix_flag;
-  imsg_suppress_prefix_flag = flag != 0;
-  return old;
-}
+int imsg_suppress_prefix(int flag) { return std::exchange(imsg_suppress_prefix_flag, flag); }
 
-int imsg_output_subsys(int flag) {
-  const bool old = imsg_output_subsys_flag;
-  imsg_output_subsys_flag = flag != 0;
-  return old;
-}
+int imsg_output_subsys(int flag) { return std::exchange(imsg_output_subsys_flag, flag); }

@@ -262,6 +262,19 @@ TEST(PfmAssertFail, AbortsAlsoWhereSigabrtHasARoutine) {
   }
 }
 
+TEST(PfmAssertFail, NoSignalRaisesOutOfIt) {
+  for (void (*fail)() :
+       {+[] { pfm_assert_fail("never", "file.cc", 1); }, +[] { pfm_panic("file.cc", 1); }}) {
+    const Outcome outcome = in_child([&] {
+      pfm_init();
+      ks_test::signal_in_call("vsnprintf", 0, SIGINT);
+      land(fail, [] { _exit(2); });
+    });
+    EXPECT_THAT(outcome.err, testing::EndsWith("'file.cc':1\n"));
+    EXPECT_EQ(outcome.end(), "signal 6");
+  }
+}
+
 // Composing the first line has no storage, which is an assertion itself.
 TEST(PfmAssertFail, ASecondOneWhileItPrintsGoesStraightToDescriptorTwo) {
   const Outcome outcome = in_child([] {

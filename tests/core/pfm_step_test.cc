@@ -57,7 +57,7 @@ struct Round {
   Landing landing;
 };
 Round round_so_far;
-bool traced = false;
+bool traced = false;         // places are learnt or tried
 volatile bool held = false;  // nothing may be delivered
 
 void note_arrival(int) {
@@ -113,7 +113,7 @@ void child_body(const Stretch &stretch) {
   pfm_signal(stretch.arriving, stretch.raising ? raise_arrival : note_arrival);
   run_round(stretch);  // binds what the stretch calls
   traced = true;
-  ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+  check(ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0, "ptrace is allowed");
   raise(SIGSTOP);
   run_round(stretch);  // to learn the places
   for (;;) {
@@ -146,7 +146,8 @@ class Tracer {
     return true;
   }
 
-  // Goes step by step to the end of the stretch; result: the places in the program's code, in order.
+  // Goes step by step to the end of the stretch. Result: the places in the program's own code, in
+  // order.
   std::vector<Address> places_to_end() {
     std::vector<Address> places;
     while (go(PTRACE_SINGLESTEP) && stop_signal() != kEnd) {
@@ -206,8 +207,7 @@ class Tracer {
   // False when the child has ended; it can still be waited for then.
   bool wait_for_stop() {
     siginfo_t info = {};
-    if (waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WSTOPPED | WNOWAIT) != 0)
-      return false;
+    waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WSTOPPED | WNOWAIT);
     if (info.si_code != CLD_TRAPPED && info.si_code != CLD_STOPPED) return false;
     return waitpid(pid_, &status_, 0) == pid_;
   }
@@ -221,7 +221,7 @@ class PfmStep : public testing::TestWithParam<Stretch> {};
 TEST_P(PfmStep, ASignalMayArriveAtEveryInstruction) {
   ks_test::Child child([] { child_body(GetParam()); });
   Tracer tracer(child);
-  ASSERT_TRUE(tracer.run_to(kBegin)) << "this test needs ptrace: " << child.finish().err;
+  ASSERT_TRUE(tracer.run_to(kBegin)) << child.finish().out;
   const std::vector<Address> places = tracer.places_to_end();
   EXPECT_GT(places.size(), 20u);
   kill(child.pid(), GetParam().arriving);  // a stretch may wait for it
@@ -294,15 +294,14 @@ void exchange_routines() {
 
 void arm_and_release() {
   pfm_cleanup_rec_t rec = {};
-  pfm_cleanup_rec_t *const same = &rec;
-  const int status = PFM_CLEANUP_START(same, 0);
+  const int status = PFM_CLEANUP_START(&rec, 0);
   if (status != 0) {
     check(pfm_inhibit_count() == 1, "signals are held back at the landing");
     pfm_raise(status);
   }
   pfm_inhibit();
   pfm_enable();
-  pfm_cleanup_rls(same);
+  pfm_cleanup_rls(&rec);
 }
 
 void reset() {

@@ -26,8 +26,8 @@ constexpr int kTicks = 10000;  // a storm lasts at least as long
 constexpr int kMicroseconds = 70;
 constexpr int kErrno = ENOTTY;  // of nothing that happens here
 
-// Fires `routine` for SIGALRM while it lives. The routine stands behind the module's back, so it runs
-// wherever signals are not blocked, also while they are held back.
+// Fires `routine` for SIGALRM while it lives. The routine stands behind the module's back, so it
+// runs wherever signals are not blocked, also while they are held back.
 class Timer {
  public:
   explicit Timer(void (*routine)(int)) {
@@ -187,8 +187,8 @@ TEST(PfmStorm, EverySignalEndsItsWaitWheneverItArrives) {
   EXPECT_EQ(innermost_record(), nullptr);
 }
 
-// Faults at any instruction. Nothing between the arming of the outermost record and its landings may
-// have a destructor or be half done, so what is seen there is only counted.
+// Faults at any instruction. Nothing between the arming of the outermost record and its landings
+// may have a destructor or be half done, so what is seen there is only counted.
 struct Faults {
   volatile sig_atomic_t raised;
   volatile sig_atomic_t landed;

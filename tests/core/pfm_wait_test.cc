@@ -312,6 +312,21 @@ TEST(PfmSelectInhibited, AnotherFaultLandsOnceAboveTheCallersCount) {
   expect_over();
 }
 
+void raise_minus_one(int) { pfm_raise(-1); }
+
+// A record stays armed at a negative status: the wait's own must not catch it again and again.
+TEST(PfmSelectInhibited, ANegativeStatusGoesOutward) {
+  Pipe pipe;
+  set_system_handler(SIGUSR1, raise_minus_one);
+  const Landing landing = land([&] {
+    pfm_inhibit();
+    signal_in_call("select", 0, SIGUSR1);
+    wait_for(pipe, kTooLong);
+  });
+  EXPECT_EQ(landing, (Landing{-1, 1, 0}));
+  expect_over();
+}
+
 // A routine behind the module's back that has frames of its own, in which a signal arrives.
 std::vector<int> statuses_in_routine;
 void land_twice(int) {

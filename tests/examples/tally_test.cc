@@ -50,7 +50,7 @@ TEST(Tally, CountsLinesAndBytesOfTheFilesNamed) {
   const std::string none = folder.write("none", "");
   const Outcome outcome = tally({one, two, none});
   EXPECT_EQ(outcome.out, "2   4  " + one + "\n" + "1 122  " + two + "\n" + "0   0  " + none + "\n" +
-                             "3 126  in all, 3 files\n");
+                             "3 126  in folder " + folder.path() + "\n3 126  in all, 3 files\n");
   EXPECT_EQ(outcome.err, "");
   EXPECT_EQ(outcome.end(), "exit 0");
 }
@@ -64,10 +64,35 @@ TEST(Tally, CountsAWholeTreeWithoutFollowingLinks) {
   std::filesystem::create_directory_symlink(folder.path(), folder.path("sub/loop"));
   mkfifo(folder.path("sub/pipe").c_str(), 0600);
   const Outcome outcome = tally({folder.path()});
-  EXPECT_THAT(lines(outcome.out),
-              UnorderedElementsAre("1 2  " + folder.path("a"), "2 4  " + folder.path("sub/b"),
-                                   "0 0  " + folder.path("sub/deep/c"), "3 6  in all, 3 files"));
+  EXPECT_THAT(
+      lines(outcome.out),
+      UnorderedElementsAre("1 2  " + folder.path("a"), "2 4  " + folder.path("sub/b"),
+                           "0 0  " + folder.path("sub/deep/c"), "1 2  in folder " + folder.path(),
+                           "2 4  in folder " + folder.path("sub"),
+                           "0 0  in folder " + folder.path("sub/deep"), "3 6  in all, 3 files"));
   EXPECT_EQ(outcome.end(), "exit 0");
+}
+
+TEST(Tally, SumsUpFoldersSortedByPath) {
+  Folder folder;
+  std::vector<std::string> expected;
+  for (char name = 'a'; name <= 'z'; ++name) {
+    const std::string sub = std::string("sub/") + name;
+    folder.write(sub + "/one", "1\n");
+    folder.write(sub + "/two", "12\n");
+    expected.push_back(" 2   5  in folder " + folder.path(sub));
+  }
+  const std::vector<std::string> printed = lines(tally({folder.path()}).out);
+  ASSERT_EQ(printed.size(), 26u * 2 + 26 + 1);
+  EXPECT_EQ(std::vector(printed.begin() + 52, printed.end() - 1), expected);
+  EXPECT_EQ(printed.back(), "52 130  in all, 52 files");
+}
+
+TEST(Tally, FilesWithoutAFolderInTheirNameLieInTheCurrentOne) {
+  Folder folder;
+  folder.write("f", "1\n");
+  const Outcome outcome = ks_test::run_program({"env", "-C", folder.path(), kTally, "f"});
+  EXPECT_EQ(outcome.out, "1 2  f\n1 2  in folder .\n1 2  in all, 1 files\n");
 }
 
 TEST(Tally, ReportsWhatItCannotOpenOrReadAndCountsTheOthers) {
@@ -76,7 +101,8 @@ TEST(Tally, ReportsWhatItCannotOpenOrReadAndCountsTheOthers) {
   const std::string missing = folder.path("missing");
   // Reading a process's memory at address 0 fails.
   const Outcome outcome = tally({missing, "/proc/self/mem", good});
-  EXPECT_EQ(outcome.out, "1 2  " + good + "\n1 2  in all, 1 files\n");
+  EXPECT_EQ(outcome.out,
+            "1 2  " + good + "\n1 2  in folder " + folder.path() + "\n1 2  in all, 1 files\n");
   EXPECT_EQ(outcome.err,
             "tally: Error: Unable to open \"" + missing +
                 "\": No such file or directory\n"

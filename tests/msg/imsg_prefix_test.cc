@@ -77,6 +77,13 @@ TEST(ImsgPrefixFormat, KeepsItsFormWhateverTheWishForSubsystems) {
   EXPECT_STREQ(imsg_prefix_format(IMSG_TYPE_ERROR, 1), "%s/%s: Error: ");
 }
 
+TEST(ImsgPrefixFormat, FlagsAreGivenBackAsTheyWereSet) {
+  EXPECT_EQ(imsg_suppress_prefix(5), 0);
+  EXPECT_EQ(imsg_suppress_prefix(0), 5);
+  EXPECT_EQ(imsg_output_subsys(-2), 0);
+  EXPECT_EQ(imsg_output_subsys(1), -2);
+}
+
 TEST(ImsgPrefixFormat, AnswersFromOneBuffer) {
   const char *first = imsg_prefix_format(IMSG_TYPE_ERROR, 0);
   const char *second = imsg_prefix_format(IMSG_TYPE_WARNING, 0);

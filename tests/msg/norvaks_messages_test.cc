@@ -48,6 +48,7 @@ std::string lines_with(const std::string &file, std::string_view word) {
 }
 
 constexpr std::string_view kExample = R"($ What these messages are about.
+$ codeset=UTF-8
 $ library demo_lib
 $ subsystem demo/one
 $ table _demo_table
@@ -156,7 +157,18 @@ TEST(NorvaksMessagesTable, RefusesABadSourceWithItsPlace) {
     const char *place;  // behind the source's name
     const char *reason;
   } cases[] = {
-      {"", "$ library l\n$ subsystem s\n$ table t\n$ A_MSG_B\n1 \"x\"\n", ":", "needs a $set"},
+      {"", "$quote \"\n$ A_MSG_B\n1 \"x\"\n", ":3:", "a message before $quote \" and $set"},
+      {"", "$set 1\n$ A_MSG_B\n1 \"x\"\n", ":3:", "a message before $quote \" and $set"},
+      {kHead, "$set 43\n", ":6:", "one set, from 1 to 65535"},
+      {"$quote \"\n", "$set 65536\n", ":2:", "one set, from 1 to 65535"},
+      {"$quote \"\n", "$set 0\n", ":2:", "one set, from 1 to 65535"},
+      {kHead, "$ A_MSG_B\n0 \"x\"\n", ":7:", "number 0 is not from 1 to 65535"},
+      {kHead, "$ A_MSG_B\n65536 \"x\"\n", ":7:", "number 65536 is not from 1 to 65535"},
+      {kHead, "$ A_MSG_B\n$ A_MSG_C\n1 \"x\"\n", ":7:", "the name A_MSG_B has no message"},
+      {kHead, "$ A_MSG_B\n", ":", "the name A_MSG_B has no message"},
+      {kHead, "$ A_MSG_B\n1 \"\\200\"\n", ":7:", "\\200 is no ASCII character"},
+      {kHead, "$ A_MSG_B\n1 \"\\000\"\n", ":7:", "\\000 is no ASCII character"},
+      {kHead, "$ A_MSG_B\n1 \"ä\"\n", ":7:", "needs a line '$ codeset=UTF-8'"},
       {kHead, "", ":", "needs a $set and messages"},
       {kHead, "1 \"x\"\n", ":6:", "message 1 has no name"},
       {kHead, "$ A_MSG_B\n1 \"x\"\n2 \"y\"\n", ":8:", "message 2 has no name"},
@@ -175,13 +187,13 @@ TEST(NorvaksMessagesTable, RefusesABadSourceWithItsPlace) {
       {kHead, "$ A_MSG_PREFIX_B\n1 \"50%% \"\n", ":7:", "a prefix word with a percent sign"},
       {kHead, "$ A_MSG_B\n1 \"x\"\\", ":", "ends in the middle of a line"},
       {kHead, "$ A_MSG_B\n1 \"x\n", ":7:", "not understood: 1 \"x"},
-      {kHead, "$ A_MSG_B\nx \"x\"\n", ":7:", "not understood: x \"x\""},
+      {kHead, "x \"x\"\n", ":6:", "not understood: x \"x\""},
       {kHead, "$delset 3\n", ":6:", "not understood: $delset 3"},
-      {"", "$ subsystem s\n$ table t\n$set 1\n$ A_MSG_B\n1 \"x\"\n", ":",
+      {"$quote \"\n", "$ subsystem s\n$ table t\n$set 1\n$ A_MSG_B\n1 \"x\"\n", ":",
        "no line '$ library NAME'"},
-      {"", "$ library l\n$ table t\n$set 1\n$ A_MSG_B\n1 \"x\"\n", ":",
+      {"$quote \"\n", "$ library l\n$ table t\n$set 1\n$ A_MSG_B\n1 \"x\"\n", ":",
        "no line '$ subsystem NAME'"},
-      {"", "$ library l\n$ subsystem s\n$set 1\n$ A_MSG_B\n1 \"x\"\n", ":",
+      {"$quote \"\n", "$ library l\n$ subsystem s\n$set 1\n$ A_MSG_B\n1 \"x\"\n", ":",
        "no line '$ table NAME'"},
   };
   for (const auto &[head, rest, place, reason] : cases) {
@@ -218,7 +230,7 @@ TEST(NorvaksMessages, WrongUseGetsTheUsage) {
 // Translations.
 
 constexpr std::string_view kModel =
-    "$ library demo_lib\n$ subsystem demo\n$ table _demo_table\n$set 5\n"
+    "$ library demo_lib\n$ subsystem demo\n$ table _demo_table\n$quote \"\n$set 5\n"
     "$ DEMO_MSG_ONE\n1 \"%s has %d of %5ld\\n\"\n"
     "$ DEMO_MSG_PREFIX_TWO\n2 \"Two: \"\n";
 
@@ -235,10 +247,10 @@ Outcome check(std::string_view translation) {
 
 TEST(NorvaksMessagesCheck, AcceptsAFaithfulTranslation) {
   for (const char *translation : {
-           "$set 5\n$ DEMO_MSG_ONE\n1 \"%s hat %d von %5ld\\n\"\n"
+           "$quote \"\n$set 5\n$ DEMO_MSG_ONE\n1 \"%s hat %d von %5ld\\n\"\n"
            "$ DEMO_MSG_PREFIX_TWO\n2 \"Zwei: \"\n",
            // In another order, with other signs, without the model's line end.
-           "$ codeset=UTF-8\n$set 5\n$ DEMO_MSG_PREFIX_TWO\n2 \"二: \"\n"
+           "$ codeset=UTF-8\n$quote \"\n$set 5\n$ DEMO_MSG_PREFIX_TWO\n2 \"二: \"\n"
            "$ DEMO_MSG_ONE\n1 \"100%% %s, %d/%5ld\"\n",
        }) {
     const Outcome outcome = check(translation);
@@ -247,7 +259,7 @@ TEST(NorvaksMessagesCheck, AcceptsAFaithfulTranslation) {
 }
 
 TEST(NorvaksMessagesCheck, RefusesAnUnfaithfulTranslation) {
-  constexpr const char *kSet = "$set 5\n";
+  constexpr const char *kSet = "$quote \"\n$set 5\n";
   constexpr const char *kOne = "$ DEMO_MSG_ONE\n1 \"%s %d %5ld\"\n";
   constexpr const char *kTwo = "$ DEMO_MSG_PREFIX_TWO\n2 \"Zwei: \"\n";
   const struct {
@@ -257,8 +269,8 @@ TEST(NorvaksMessagesCheck, RefusesAnUnfaithfulTranslation) {
       {kSet, kOne, "", "FILE: lacks DEMO_MSG_PREFIX_TWO, number 2"},
       {kSet, kOne, "$ DEMO_MSG_PREFIX_TWO\n2 \"Zwei: \"\n$ DEMO_MSG_THREE\n3 \"Drei\"\n",
        "FILE: has beyond its model DEMO_MSG_THREE, number 3"},
-      {"$set 6\n", kOne, kTwo, "FILE: set 6 in place of 5"},
-      {"", kOne, kTwo, "FILE: needs a $set and messages"},
+      {"$quote \"\n$set 6\n", kOne, kTwo, "FILE: set 6 in place of 5"},
+      {"$quote \"\n", kOne, kTwo, "a message before $quote"},
       {kSet, "$ DEMO_MSG_ONE\n1 \"%s %5ld %d\"\n", kTwo, "DEMO_MSG_ONE has directives"},
       {kSet, "$ DEMO_MSG_ONE\n1 \"%s %d %ld\"\n", kTwo, "DEMO_MSG_ONE has directives"},
       {kSet, "$ DEMO_MSG_ONE\n1 \"%s %d %-5ld\"\n", kTwo, "DEMO_MSG_ONE has directives"},
@@ -283,7 +295,7 @@ TEST(NorvaksMessagesCheck, RefusesAnUnfaithfulTranslation) {
 TEST(NorvaksMessagesCheck, LooksAtEveryTranslation) {
   const Folder folder;
   const std::string model = folder.write("model", kModel);
-  const std::string bad = folder.write("bad", "$set 6\n$ DEMO_MSG_ONE\n1 \"x\"\n");
+  const std::string bad = folder.write("bad", "$quote \"\n$set 6\n$ DEMO_MSG_ONE\n1 \"x\"\n");
   EXPECT_EQ(messages({"check", model, model, model}).end(), "exit 0");
   EXPECT_EQ(messages({"check", model, model, bad}).end(), "exit 1");
   EXPECT_EQ(messages({"check", model, bad, model}).end(), "exit 1");

@@ -15,7 +15,7 @@ bool is_free(int sig);
 // Sends `sig` to this process: where nothing blocks it, it has arrived on return.
 void send_signal(int sig);
 
-// A signal routine that notes the signals it is called with, and the installing of it by pfm_signal.
+// A signal routine that notes the signals it is called with, and its installing by pfm_signal.
 void note_signal(int sig);
 void note_signals(std::initializer_list<int> sigs);
 
