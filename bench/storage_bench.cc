@@ -15,7 +15,9 @@
 
 namespace {
 
-constexpr uint32_t kAreaSize = 32000;
+// Sizes of the first chunk: one that many chunks follow, and one that a short lifetime fits in.
+constexpr uint32_t kSmallArea = 8000;
+constexpr uint32_t kFittingArea = 32000;
 
 const std::vector<uint32_t> &block_sizes() {
   static const std::vector<uint32_t> sizes = [] {
@@ -31,14 +33,12 @@ const std::vector<uint32_t> &block_sizes() {
 void use(void *block) { *static_cast<volatile char *>(block) = 1; }
 
 // `areas` lifetimes in turn of `blocks` allocations each.
-template <class Lifetime>
+template <class Lifetime, size_t areas, size_t blocks>
 void allocate(benchmark::State &state) {
-  const size_t areas = static_cast<size_t>(state.range(0));
-  const size_t blocks = static_cast<size_t>(state.range(1));
   const std::vector<uint32_t> &sizes = block_sizes();
   for (auto _ : state) {
     for (size_t area = 0; area < areas; ++area) {
-      Lifetime lifetime;
+      Lifetime lifetime(areas == 1 ? kSmallArea : kFittingArea);
       for (size_t i = 0; i < blocks; ++i) use(lifetime.alloc(sizes[i]));
     }
   }
@@ -46,33 +46,37 @@ void allocate(benchmark::State &state) {
 }
 
 struct Area {
-  stg_area_t area = stg_create_area(kAreaSize);
+  stg_area_t area;
+  explicit Area(uint32_t size) : area(stg_create_area(size)) {}
   ~Area() { stg_delete_area(&area); }
   void *alloc(size_t size) { return stg_alloc(area, size); }
 };
 
 struct AprPool {
   apr_pool_t *pool = nullptr;
-  AprPool() { apr_pool_create(&pool, nullptr); }
+  explicit AprPool(uint32_t = 0) { apr_pool_create(&pool, nullptr); }
   ~AprPool() { apr_pool_destroy(pool); }
   void *alloc(size_t size) { return apr_palloc(pool, size); }
 };
 
 struct TallocPool {
-  void *pool = talloc_pool(nullptr, kAreaSize);
+  void *pool;
+  explicit TallocPool(uint32_t size) : pool(talloc_pool(nullptr, size)) {}
   ~TallocPool() { talloc_free(pool); }
   void *alloc(size_t size) { return talloc_size(pool, size); }
 };
 
 struct Monotonic {
-  std::pmr::monotonic_buffer_resource resource{kAreaSize};
+  std::pmr::monotonic_buffer_resource resource;
+  explicit Monotonic(uint32_t size) : resource(size) {}
   void *alloc(size_t size) { return resource.allocate(size, 8); }
 };
 
 // An area with so many full chunks, and allocations in new ones.
+template <int chunks>
 void allocate_behind_full_chunks(benchmark::State &state) {
   stg_area_t area = stg_create_area(1000);
-  for (int64_t i = 0; i < state.range(0) * 125; ++i) stg_alloc(area, 8);
+  for (int i = 0; i < chunks * 125; ++i) stg_alloc(area, 8);
   const std::vector<uint32_t> &sizes = block_sizes();
   for (auto _ : state) {
     for (size_t i = 0; i < 10000; ++i) use(stg_alloc(area, sizes[i]));
@@ -112,16 +116,16 @@ void heap(benchmark::State &state) {
 
 }  // namespace
 
-#define AREA_BENCHMARKS(workload, areas, blocks)                                         \
-  BENCHMARK(allocate<Area>)->Name(workload "/norvaks")->Args({areas, blocks});           \
-  BENCHMARK(allocate<AprPool>)->Name(workload "/apr_palloc")->Args({areas, blocks});     \
-  BENCHMARK(allocate<TallocPool>)->Name(workload "/talloc pool")->Args({areas, blocks}); \
-  BENCHMARK(allocate<Monotonic>)->Name(workload "/pmr monotonic")->Args({areas, blocks})
+#define AREA_BENCHMARKS(workload, areas, blocks)                                   \
+  BENCHMARK((allocate<Area, areas, blocks>))->Name(workload "/norvaks");           \
+  BENCHMARK((allocate<AprPool, areas, blocks>))->Name(workload "/apr_palloc");     \
+  BENCHMARK((allocate<TallocPool, areas, blocks>))->Name(workload "/talloc pool"); \
+  BENCHMARK((allocate<Monotonic, areas, blocks>))->Name(workload "/pmr monotonic")
 
 AREA_BENCHMARKS("1e6 blocks, one area", 1, 1000000);
 AREA_BENCHMARKS("200 blocks, 2000 areas", 2000, 200);
-BENCHMARK(allocate_behind_full_chunks)->Name("blocks behind full chunks/norvaks")->Arg(100000);
-BENCHMARK(allocate_behind_full_chunks)->Name("blocks behind full chunks/100 full chunks")->Arg(100);
+BENCHMARK(allocate_behind_full_chunks<100000>)->Name("blocks behind full chunks/norvaks");
+BENCHMARK(allocate_behind_full_chunks<100>)->Name("blocks behind full chunks/100 full chunks");
 BENCHMARK(copy_texts)->Name("copies of 24-byte texts/norvaks");
 BENCHMARK(copy_texts_apr)->Name("copies of 24-byte texts/apr_pstrdup");
 BENCHMARK((heap<stg_malloc, stg_free>))->Name("allocate and free a block/norvaks");
