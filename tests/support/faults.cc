@@ -73,6 +73,10 @@ void fail_call(std::string_view name, int nth, int error, int times) {
   call.error = error;
 }
 
+void stop_failing_calls() {
+  for (Call &call : calls) call.first_fail = -1;
+}
+
 void signal_in_call(std::string_view name, int nth, int sig) {
   Call &call = find(name);
   call.signal_at = call.count + nth;

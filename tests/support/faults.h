@@ -14,6 +14,9 @@ namespace ks_test {
 // above 1 so many calls in a row do.
 void fail_call(std::string_view name, int nth, int error, int times = 1);
 
+// From now on no call fails.
+void stop_failing_calls();
+
 // Calls of `name` since the process started, failed ones included.
 int count_calls(std::string_view name);
 
