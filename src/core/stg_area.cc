@@ -20,7 +20,6 @@ struct stg_area {
   StgChunk *chunks;     // newest first
   uint32_t first;       // nominal size of the first chunk
   uint32_t base;        // nominal size of later chunks while nothing grows
-  uint32_t allocd;      // bytes of chunk data
   uint32_t des;         // nominal sizes of the chunks, added up
   float gf;             // growth factor, 0 for none
   stg_area *next;       // in order of creation
@@ -59,8 +58,6 @@ constexpr size_t kLargestRequest = UINT32_MAX - kLargestNominal - kStgUnit;
 
 stg_area *stg_area_head = nullptr;
 stg_area **stg_area_tail = &stg_area_head;  // where the next area is linked
-
-unsigned long address(const void *object) { return reinterpret_cast<unsigned long>(object); }
 
 stg_area &checked(stg_area_t area) {
   KS_ASSERT(area != STG_AREA_NULL && area != STG_AREA_HEAP);
@@ -108,7 +105,6 @@ StgChunk *stg_new_chunk(stg_area &area, uint32_t request) {
     stg_free(chunk);
     return nullptr;
   }
-  area.allocd += chunk->size;
   if (!is_first || !area.incr) area.des += nominal;
   free_all(area, chunk);
   if (tracing("ks/stg", 4)) {
@@ -186,7 +182,6 @@ void free_chunk(const stg_area &area, StgChunk *chunk) {
 
 void reuse_first(stg_area &area) {
   free_all(area, area.chunks);
-  area.allocd = area.chunks->size;
   area.des = area.incr ? 0 : area.first;
 }
 
@@ -249,7 +244,6 @@ void stg_free_area(stg_area_t handle, int keep_first) {
   area.close();
   area.older.clear();
   area.des = 0;
-  area.allocd = 0;
   while (area.chunks != nullptr && (area.chunks->next != nullptr || keep_first == 0)) {
     StgChunk *chunk = area.chunks;
     area.chunks = chunk->next;

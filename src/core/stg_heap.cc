@@ -47,8 +47,7 @@ struct CheckedBlock {
   void check() const {
     const unsigned char *damage = stg_first_difference(data() + size(), guard_size(), kGuard);
     if (damage == nullptr) return;
-    print<STG_MSG_BLOCK_OVERWRITTEN>(IMSG_TYPE_ERROR, reinterpret_cast<unsigned long>(data()),
-                                     reinterpret_cast<unsigned long>(damage));
+    print<STG_MSG_BLOCK_OVERWRITTEN>(IMSG_TYPE_ERROR, address(data()), address(damage));
   }
 
   void overwrite() const {
@@ -58,8 +57,6 @@ struct CheckedBlock {
 };
 
 bool checking() { return tracing("ks/stg", 1); }
-
-unsigned long address(const void *block) { return reinterpret_cast<unsigned long>(block); }
 
 // Makes `block`, which may be NULL, `size` bytes long; with checking its layout is kept. NULL when
 // there is no storage. The header has room for 32 bits.

@@ -13,6 +13,9 @@ inline constexpr size_t kStgUnit = 8;
 // Rounded up to a multiple of the unit. The size must leave room for it.
 constexpr size_t stg_round_up(size_t size) { return (size + kStgUnit - 1) & ~(kStgUnit - 1); }
 
+// An address as the messages print it.
+inline unsigned long address(const void *object) { return reinterpret_cast<unsigned long>(object); }
+
 // Prints that there is no more memory and sets errno. Result: NULL, for the caller to return.
 [[gnu::cold]] void *stg_exhausted();
 
