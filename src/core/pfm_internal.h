@@ -2,6 +2,7 @@
 #pragma once
 
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 
 #include "core/ks_frame.h"
@@ -15,7 +16,14 @@ extern int32_t pfm_inh_susp_count;  // depth of pfm_inhibit_suspend
 extern bool pfm_inited;             // pfm_init has run
 extern sigset_t all_async_signals;  // every signal but the synchronous ones; filled by pfm_init
 extern sigset_t deferred_signals;   // arrived while held back; pfm_pending_count counts them
-extern bool pfm_select_sleeping;    // pfm_select_inhibited is inside its wait
+
+// What a wait gives the system as its signal mask: none, so that the process's own stays. One of no
+// bytes is refused, and with it the sleep.
+struct SleepMask {
+  const void *mask;
+  size_t bytes;
+};
+extern SleepMask pfm_sleep_mask;  // refused from the moment on that a signal is deferred
 
 // Runs `body` with all asynchronous signals blocked in the system, for changes of deferred_signals.
 template <class Body>

@@ -13,7 +13,6 @@ namespace ks {
 int32_t pfm_pending_count = 0;
 sigset_t all_async_signals;
 sigset_t deferred_signals;
-bool pfm_select_sleeping = false;
 }  // namespace ks
 
 using namespace ks;
@@ -50,10 +49,7 @@ void hold_back(int sig) {
   if (sig == last_inh_signal && sigismember(&all_user_signals, sig) == 1) report_repeat(sig);
   last_inh_signal = sig;
   defer_signal(sig);
-  if (pfm_select_sleeping) {
-    pfm_select_sleeping = false;
-    pfm_raise(PFM_STATUS_SELECT_WAKE);
-  }
+  pfm_sleep_mask = {&pfm_sleep_mask, 0};  // ends a wait
 }
 
 void call_now(int sig) {

@@ -1,39 +1,30 @@
-// A signal at every single instruction: a child runs the same stretch again and again under ptrace,
-// and in each round the signal arrives at another place of the program's code.
+// A signal at every single instruction of the fault manager.
 #include <gtest/gtest.h>
-#include <sys/ptrace.h>
 #include <sys/select.h>
-#include <sys/user.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <string>
-#include <vector>
 
 #include "core/ks_frame.h"
 #include "pfm.h"
-#include "support/child.h"
 #include "support/faults.h"
 #include "support/landing.h"
 #include "support/signals.h"
+#include "support/stepping.h"
 
 using ks_test::innermost_record;
+using ks_test::kStepBegin;
+using ks_test::kStepEnd;
 using ks_test::land;
 using ks_test::Landing;
 using ks_test::send_signal;
 
 namespace {
-
-// Signals that the child sends to the tracer alone, around the stretch.
-constexpr int kBegin = SIGURG;
-constexpr int kEnd = SIGWINCH;
 
 // What is run, and what one arrival in it may do.
 struct Stretch {
@@ -84,11 +75,11 @@ void check(bool condition, const char *text) {
 void run_round(const Stretch &stretch) {
   round_so_far = {};
   round_so_far.landing = land([&] {
-    send_signal(kBegin);
+    send_signal(kStepBegin);
     stretch.run();
-    send_signal(kEnd);
+    send_signal(kStepEnd);
   });
-  if (round_so_far.landing.status != 0) send_signal(kEnd);
+  if (round_so_far.landing.status != 0) send_signal(kStepEnd);
 }
 
 void check_round(const Stretch &stretch) {
@@ -113,8 +104,7 @@ void child_body(const Stretch &stretch) {
   pfm_signal(stretch.arriving, stretch.raising ? raise_arrival : note_arrival);
   run_round(stretch);  // binds what the stretch calls
   traced = true;
-  check(ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0, "ptrace is allowed");
-  raise(SIGSTOP);
+  ks_test::be_traced();
   run_round(stretch);  // to learn the places
   for (;;) {
     run_round(stretch);
@@ -122,122 +112,14 @@ void child_body(const Stretch &stretch) {
   }
 }
 
-// Where the program's own code lies, as the linker says; what lies elsewhere is libc's.
-extern "C" const char __executable_start;
-extern "C" const char etext;
-
-using Address = uintptr_t;
-
-bool is_own_code(Address address) {
-  return address >= reinterpret_cast<Address>(&__executable_start) &&
-         address < reinterpret_cast<Address>(&etext);
-}
-
-// The tracer's side of one child.
-class Tracer {
- public:
-  explicit Tracer(const ks_test::Child &child) : pid_(child.pid()) { wait_for_stop(); }
-
-  // Lets the child run until it sends `mark`; false when it ends before.
-  bool run_to(int mark) {
-    do {
-      if (!go(PTRACE_CONT)) return false;
-    } while (stop_signal() != mark);
-    return true;
-  }
-
-  // Goes step by step to the end of the stretch. Result: the places in the program's own code, in
-  // order.
-  std::vector<Address> places_to_end() {
-    std::vector<Address> places;
-    while (go(PTRACE_SINGLESTEP) && stop_signal() != kEnd) {
-      const Address place = static_cast<Address>(peek(PTRACE_PEEKUSER, kInstructionPointer));
-      if (stop_signal() == SIGTRAP && is_own_code(place)) places.push_back(place);
-    }
-    return places;
-  }
-
-  // Lets the child run until it is about to pass `place` for the `time`-th time; false when it does
-  // not do so before the end of the stretch.
-  bool run_to_place(Address place, int time) {
-    for (; run_to_trap(place); --time) {
-      if (time == 1) return true;
-      if (!go(PTRACE_SINGLESTEP)) return false;
-    }
-    return false;
-  }
-
- private:
-#ifdef __i386__
-  static constexpr Address kInstructionPointer = offsetof(user, regs.eip);
-#else
-  static constexpr Address kInstructionPointer = offsetof(user, regs.rip);
-#endif
-
-  int stop_signal() const { return WIFSTOPPED(status_) ? WSTOPSIG(status_) : 0; }
-
-  long peek(__ptrace_request what, Address address) const {
-    return ptrace(what, pid_, reinterpret_cast<void *>(address), nullptr);
-  }
-  void poke(__ptrace_request what, Address address, long word) const {
-    ptrace(what, pid_, reinterpret_cast<void *>(address), reinterpret_cast<void *>(word));
-  }
-
-  bool run_to_trap(Address place) {
-    const long word = peek(PTRACE_PEEKTEXT, place);
-    poke(PTRACE_POKETEXT, place, (word & ~0xffL) | 0xcc);  // a trap instead of the first byte
-    bool running;
-    do {
-      running = go(PTRACE_CONT) && stop_signal() != kEnd;
-    } while (running && stop_signal() != SIGTRAP);
-    poke(PTRACE_POKETEXT, place, word);
-    if (running) poke(PTRACE_POKEUSER, kInstructionPointer, static_cast<long>(place));
-    return running;
-  }
-
-  // Lets the child go on, with the signal for which it stopped, and waits for the next stop.
-  bool go(__ptrace_request how) {
-    const long sig = stop_signal();
-    const bool for_tracer = sig == SIGTRAP || sig == SIGSTOP || sig == kBegin || sig == kEnd;
-    if (ptrace(how, pid_, nullptr, reinterpret_cast<void *>(for_tracer ? 0 : sig)) != 0)
-      return false;
-    return wait_for_stop();
-  }
-
-  // False when the child has ended; it can still be waited for then.
-  bool wait_for_stop() {
-    siginfo_t info = {};
-    waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WSTOPPED | WNOWAIT);
-    if (info.si_code != CLD_TRAPPED && info.si_code != CLD_STOPPED) return false;
-    return waitpid(pid_, &status_, 0) == pid_;
-  }
-
-  pid_t pid_;
-  int status_ = 0;
-};
-
 class PfmStep : public testing::TestWithParam<Stretch> {};
 
 TEST_P(PfmStep, ASignalMayArriveAtEveryInstruction) {
-  ks_test::Child child([] { child_body(GetParam()); });
-  Tracer tracer(child);
-  ASSERT_TRUE(tracer.run_to(kBegin)) << child.finish().out;
-  const std::vector<Address> places = tracer.places_to_end();
-  EXPECT_GT(places.size(), 20u);
-  kill(child.pid(), GetParam().arriving);  // a stretch may wait for it
-  std::map<Address, int> times;
-  size_t done = 0;
-  for (; done < places.size(); ++done) {
-    const int time = ++times[places[done]];
-    if (time > 16 && time % 8 != 0) continue;  // of a long loop only some passes are tried
-    if (!tracer.run_to(kBegin) || !tracer.run_to_place(places[done], time)) break;
-    kill(child.pid(), GetParam().arriving);
-  }
-  tracer.run_to(kBegin);  // behind the last check
-  kill(child.pid(), SIGKILL);
-  const ks_test::Outcome outcome = child.finish();
-  EXPECT_EQ(outcome.out, "") << "at place " << done;
-  EXPECT_EQ(done, places.size()) << outcome.end();
+  const ks_test::Steps steps =
+      ks_test::step_through([] { child_body(GetParam()); }, GetParam().arriving);
+  EXPECT_EQ(steps.out, "") << "at place " << steps.done;
+  EXPECT_GT(steps.places, 20u);
+  EXPECT_EQ(steps.done, steps.places) << steps.end;
 }
 
 void nest() {
@@ -270,7 +152,7 @@ void wait_a_moment() {
 // The stretch ends where the sleep begins, and the signal must end the sleep wherever it comes.
 void fall_asleep() {
   timeval timeout = {5, 0};
-  ks_test::signal_in_call("select", 0, traced ? kEnd : SIGUSR2);
+  ks_test::signal_in_call("select", 0, traced ? kStepEnd : SIGUSR2);
   pfm_inhibit();
   if (round_so_far.arrived == 0) {
     const int result = pfm_select_inhibited(0, nullptr, nullptr, nullptr, &timeout);

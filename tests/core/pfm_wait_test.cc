@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <limits>
 #include <vector>
 
 #include "pfm.h"
@@ -161,6 +162,11 @@ TEST(PfmSelectInhibited, PassesAFailureOfSelectOn) {
   errno = 0;
   EXPECT_EQ(pfm_select_inhibited(-1, nullptr, nullptr, nullptr, &timeout), -1);
   EXPECT_EQ(errno, EINVAL);
+  for (timeval negative : {timeval{-1, 0}, timeval{5, -1}, timeval{5, -2000000}}) {
+    errno = 0;
+    EXPECT_EQ(pfm_select_inhibited(0, nullptr, nullptr, nullptr, &negative), -1);
+    EXPECT_EQ(errno, EINVAL);
+  }
   expect_over();
 }
 
@@ -335,21 +341,52 @@ void land_twice(int) {
   }
 }
 
-TEST(PfmSelectInhibited, IsWokenOnce) {
+TEST(PfmSelectInhibited, ASignalInAnothersFrameWakesTheWaitAndNotTheFrame) {
   Pipe pipe;
   note_signals({SIGUSR2, SIGALRM});
   set_system_handler(SIGUSR1, land_twice);
   pfm_inhibit();
   signal_in_call("select", 0, SIGUSR1);
-  EXPECT_EQ(wait_for(pipe, {0, 0}), 0);
-  EXPECT_THAT(statuses_in_routine, ElementsAre(PFM_STATUS_SELECT_WAKE, 0));
+  errno = 0;
+  EXPECT_EQ(wait_for(pipe, kTooLong), -1);
+  EXPECT_EQ(errno, EINTR);
+  EXPECT_THAT(statuses_in_routine, ElementsAre(0, 0));
   EXPECT_EQ(pfm_blocked_count(), 2);
 }
 
-// Outside the wait the number is a status like any other.
-TEST(PfmSelectInhibited, ItsPrivateStatusMayComeFromSomebodyElseOutside) {
+// Nothing in the wait raises it: it is a status like any other.
+TEST(PfmSelectInhibited, ItsPrivateStatusMayComeFromSomebodyElse) {
+  Pipe pipe;
+  set_system_handler(SIGUSR1, [](int) { pfm_raise(PFM_STATUS_SELECT_WAKE); });
   pfm_inhibit();
-  EXPECT_EQ(land([] { pfm_raise(PFM_STATUS_SELECT_WAKE); }), (Landing{23792, 2, 0}));
+  const Landing landing = land([&] {
+    signal_in_call("select", 0, SIGUSR1);
+    wait_for(pipe, kTooLong);
+  });
+  EXPECT_EQ(landing, (Landing{23792, 2, 0}));
+  expect_over();
+}
+
+TEST(PfmSelectInhibited, CarriesMicrosecondsOfASecondAndMore) {
+  Pipe pipe;
+  pipe.fill();
+  timeval timeout = {30, 2500000};
+  pfm_inhibit();
+  EXPECT_EQ(pfm_select_inhibited(pipe.nfds(), pipe.set(), nullptr, nullptr, &timeout), 1);
+  EXPECT_EQ(timeout.tv_sec, 32);
+  EXPECT_LT(timeout.tv_usec, 500000);
+  timeval longest = {std::numeric_limits<time_t>::max(), 2500000};
+  EXPECT_EQ(pfm_select_inhibited(pipe.nfds(), pipe.set(), nullptr, nullptr, &longest), 1);
+}
+
+TEST(PfmSelectInhibited, StoresTheTimeThatWasLeft) {
+  Pipe pipe;
+  pipe.fill();
+  timeval timeout = kTooLong;
+  pfm_inhibit();
+  EXPECT_EQ(pfm_select_inhibited(pipe.nfds(), pipe.set(), nullptr, nullptr, &timeout), 1);
+  EXPECT_EQ(timeout.tv_sec, kTooLong.tv_sec - 1);
+  EXPECT_GT(timeout.tv_usec, 0);
 }
 
 }  // namespace

@@ -2,13 +2,18 @@
 // this sees those of the library's objects and of the tests, not libc's own.
 #pragma once
 
+#include <sys/select.h>
+
 #include <string_view>
 
 namespace ks_test {
 
-// The calls that can be made to fail; tests/CMakeLists.txt wraps the same names.
-//   malloc calloc realloc strdup catopen catclose gettimeofday time tzset localtime_r vsnprintf
-//   select sigaction
+// The calls that can be made to fail; tests/CMakeLists.txt wraps the same names, and
+// syscall, by which the fault manager calls its select.
+//   calloc catclose catopen close fcntl64 fgets fork free fstatat64 fsync getgroups gethostname
+//   getlogin getpwnam getrlimit64 gettimeofday gmtime_r ioctl isatty kill localtime_r lockf64
+//   malloc mktime open64 openat64 putenv read realloc select setupterm sigaction stat64 strdup
+//   strftime tcgetattr tcsetattr time tzset uname unlink vsnprintf waitpid
 
 // The call number `nth` from now on (0 is the next) of `name` fails, with errno `error`; with `times`
 // above 1 so many calls in a row do.
@@ -33,5 +38,20 @@ void free_kept_blocks();
 
 // gettimeofday answers these from now on.
 void set_clock(long seconds, long microseconds);
+
+// From now on `answer` is called in place of select, where that does not fail. It may ask
+// system_select.
+using SelectAnswer = int(int nfds, fd_set *reading, fd_set *writing, fd_set *exceptions,
+                         timeval *timeout);
+void answer_select(SelectAnswer *answer);
+SelectAnswer system_select;
+
+// What no test's own system can be made to say: gethostname fills its buffer with `name`, without a
+// NUL where there is no room; getlogin answers `name`; getpwnam's entries have no full name;
+// getrlimit answers that there is no limit on descriptors.
+void set_host_name(std::string_view name);
+void set_terminal_login(const char *name);
+void hide_full_names();
+void lift_descriptor_limit();
 
 }  // namespace ks_test

@@ -8,7 +8,10 @@
 int main(int argc, char **argv) {
   for (const char *name :
        {"LANG", "LANGUAGE", "LC_ALL", "LC_MESSAGES", "LOCPATH", "NLSPATH", "TZ", "PRINT_SUBSYS",
-        "PRINT_SUBSYS_OK", "IMSG_IO_INTERLEAVE", "TRACE_SUBSYS", "TRACE_VERBOSITY"}) {
+        "PRINT_SUBSYS_OK", "IMSG_IO_INTERLEAVE", "IMSG_DUP_OUTPUT", "NORVA_FORCE_GUI",
+        "NORVA_NO_BOLD", "NORVA_REMOTE_PROMPT", "NORVA_WEB_GUI", "NORVA_WEB_TALLOWQUERY",
+        "NORVAHOME", "TALLOWBAYHOME", "TERM", "TERMCAP", "TERMINFO", "TERMINFO_DIRS",
+        "TRACE_SUBSYS", "TRACE_VERBOSITY"}) {
     unsetenv(name);
   }
   testing::InitGoogleMock(&argc, argv);
