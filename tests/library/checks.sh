@@ -67,7 +67,7 @@ headers_documented() {
     awk -v name="$name" '
       /^\/\*|^ \*/ {comment = 1; next}
       /^$/ {comment = 0}
-      $0 ~ "[ *(]" name "\\(" && /^KS_API/ && comment {found = 1}
+      $0 ~ "[ *(]" name "[(;]" && /^(extern )?KS_API/ && comment {found = 1}
       END {exit !found}' include/*.h || { echo "$name has no comment in a header" >&2; bad=1; }
   done
   return $bad
