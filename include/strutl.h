@@ -15,6 +15,7 @@
 #include <stdarg.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
 
 #include "ks_api.h"
 #include "list.h"
@@ -362,6 +363,30 @@ KS_API int strutl_is_ok_name(const char *name, const char *forbidden_first,
  * for a text that the head never makes. The target is then an empty text, if its size is not 0. */
 KS_API int strutl_extract_head(const char *text, char *target, size_t size);
 KS_API int strutl_extract_tail(const char *text, char *target, size_t size);
+
+/* strutl_write makes `text` the whole of the file at `path`; a NULL text leaves it alone. Signals are
+ * held back meanwhile. `reserved` is not used. Result: 0; 1 with errno when the file cannot be opened
+ * or written, after an error message unless `quiet` is not 0. It may then hold a part of the text. */
+KS_API int strutl_write(const char *text, const char *path, int reserved, int quiet);
+
+/* strutl_read returns the file at `path` as a text in `area`, with STG_AREA_HEAP to go back by
+ * stg_free; a NUL in the file ends the text. Signals are held back meanwhile. `reserved` is not used.
+ * Result: the text, empty for a missing file if `missing_is_empty` is not 0; NULL with errno, after
+ *   an error message unless `quiet` is not 0, when it cannot be read, has 2 GB or more, or grows
+ *   meanwhile (both EFBIG), and always when storage is exhausted. A file that has a size of 0 and
+ *   contents, such as those that the kernel makes up, counts as one that grows. */
+KS_API char *strutl_read(stg_area_t area, const char *path, int reserved, int quiet,
+                         int missing_is_empty);
+
+/* strutl_read_fp reads a stream up to its end as a text in `area`, like strutl_read, into a buffer of
+ * `size` bytes; 0 stands for one that grows by 8192 bytes, of which each leaves the old one behind in
+ * an area. Signals are held back meanwhile; the stream stays open.
+ * Result: the text. `*truncated` is 1 when the buffer was full, with `size` - 1 bytes of the stream,
+ *   before the end was met, also if nothing more would have come; else 0. NULL with errno, after an
+ *   error message unless `quiet` is not 0, when reading fails; after one in any case, which is a
+ *   warning when a heap buffer cannot grow, when storage is exhausted. */
+KS_API char *strutl_read_fp(stg_area_t area, uint32_t size, FILE *stream, int quiet,
+                            int *truncated);
 
 /* A list_t of list.h. */
 struct list;
