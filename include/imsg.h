@@ -17,6 +17,8 @@
 
 #include <stdarg.h>
 #include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
 
 #include "imsg_table.h"
 #include "ks_api.h"
@@ -135,6 +137,89 @@ KS_API void imsg_set_trace_subsys(const char *text);
 
 /* imsg_reset_verbosity forgets the verbosity: the next imsg_should_trace reads it again. */
 KS_API void imsg_reset_verbosity(void);
+
+/* Routing. Each type of message has an output procedure, which a front end may replace by its own:
+ * called with an info word and the finished text, which lives until the call returns. At the start
+ * all types have imsg_append_proc_default, but IMSG_TYPE_LOG_ONLY, which is suppressed. Box types
+ * whose procedure is the default go the way of plain output. While a log is open it takes all
+ * messages. A procedure must not throw; it may raise, and a message it prints must be of a type that
+ * does not come back to it. */
+typedef void (*imsg_out_fn_t)(void *info, const char *text);
+
+enum { IMSG_TYPE_COUNT = 11 };
+
+/* A procedure that is NULL leaves the message to its stream, and this one drops it. Where the user
+ * has set IMSG_DUP_OUTPUT to a number other than 0, what goes to another procedure than the default
+ * is also written to its stream, even what is dropped; the variable is read when that first
+ * happens. */
+#define IMSG_OUT_NOTHING ((imsg_out_fn_t)(intptr_t)-1)
+
+/* imsg_append_proc_default writes a text to the stream of the message that is being delivered,
+ * stdout for plain and box output and stderr for the others, by imsg_fputs; the info word is not
+ * used. A procedure may call it for a copy. imsg_append_proc_suppress does nothing. */
+KS_API void imsg_append_proc_default(void *info, const char *text);
+KS_API void imsg_append_proc_suppress(void *info, const char *text);
+
+/* imsg_set_redirect_procs sets the procedures of the types from 0 on to the `count` ones at `procs`,
+ * of which at most 11 count and with a negative count none, and the info word that all of them get.
+ * imsg_get_redirect_procs reads as many and the info word, so that they can be put back. */
+KS_API void imsg_set_redirect_procs(const imsg_out_fn_t *procs, int count, void *info);
+KS_API void imsg_get_redirect_procs(int count, imsg_out_fn_t *procs, void **info);
+
+/* imsg_redirect_output sets one procedure for plain output and one for warnings, errors and traces,
+ * each with its own info word. The default and the suppressing procedure are set as such; under any
+ * other value the types of a group become one, 0 or 6, for imsg_append_proc_default. Box output and
+ * IMSG_TYPE_LOG_ONLY stay as they are. */
+KS_API void imsg_redirect_output(imsg_out_fn_t out_proc, void *out_arg, imsg_out_fn_t err_proc,
+                                 void *err_arg);
+
+/* A procedure with its info word. */
+typedef struct imsg_window {
+  imsg_out_fn_t proc;
+  void *arg;
+} imsg_window_t;
+
+/* imsg_use_window is imsg_redirect_output with the pair for both groups; imsg_set_output_box sets
+ * the pair for the box types, which become type 2. Only its contents are kept; it is not NULL. */
+KS_API void imsg_use_window(const imsg_window_t *pair);
+KS_API void imsg_set_output_box(const imsg_window_t *pair);
+
+/* imsg_get_redirect_info reads what imsg_redirect_output was last given, through those of its
+ * arguments that are not NULL; before any call, the default procedure and otherwise 0. */
+KS_API void imsg_get_redirect_info(imsg_out_fn_t *out_proc, void **out_arg, imsg_out_fn_t *err_proc,
+                                   void **err_arg);
+
+/* Result of imsg_in_gui: 1 when the procedure of IMSG_TYPE_OK is another than
+ * imsg_append_proc_default, which means that a front end has taken the output; else 0. */
+KS_API int imsg_in_gui(void);
+
+/* Style marks: four bytes in a text, "\001\001" with '1' or '0' for on or off and 'B' for bold, 'I'
+ * for stand-out or 'U' for underline. On a terminal they become its attributes, elsewhere they
+ * vanish. Other bytes 0x01 are characters.
+ *
+ * imsg_fputs writes a text with its marks worked out and flushes the stream. The first call looks at
+ * the terminal that stdout is, by TERM: without it, with NORVA_NO_BOLD, or in the background there
+ * are no styles, and in the background a terminal does not stop the call.
+ * Result: 0, or -1 when not all of it could be written. Prints no message. */
+KS_API int imsg_fputs(const char *text, FILE *stream);
+
+/* imsg_putchar writes a byte to the stream that imsg_fputs was last called with, stdout before any
+ * call, for tputs(3). Result: the byte, or EOF. */
+KS_API int imsg_putchar(int character);
+
+/* imsg_strip_style_chars copies a text without its style marks; `dest` has room for `source` whole,
+ * or is `source`. */
+KS_API void imsg_strip_style_chars(char *dest, const char *source);
+
+/* imsg_reset_term gives the terminal back the attributes that it had at the first imsg_fputs; that
+ * runs by itself when the process ends by pfm_exit or exit. Nothing happens where the terminal was
+ * not looked at. */
+KS_API void imsg_reset_term(void);
+
+/* Two routines for SIGTTOU. The first raises PFM_STATUS_TTOU: the terminal's refusal of a process in
+ * the background comes as a fault. The second does nothing and stands for a routine not yet known. */
+KS_API void imsg_sigttou_handler(int sig);
+KS_API void imsg_null_sigttou_handler(int sig);
 
 /* imsg_initialize starts the module; every call that needs it does so by itself. */
 KS_API void imsg_initialize(void);

@@ -1,4 +1,4 @@
-// Printing: a message with its prefix, composed in one buffer and delivered to its stream.
+// Printing: a message with its prefix, composed in one buffer and delivered.
 #include "imsg.h"
 
 #include <cstdlib>
@@ -16,6 +16,7 @@ namespace ks {
 bool imsg_initialized = false;
 FILE *real_stdout = nullptr;
 FILE *real_stderr = nullptr;
+const char *imsg_daemon_log_name = nullptr;
 }  // namespace ks
 
 using namespace ks;
@@ -29,33 +30,7 @@ bool environment_has(const char *name) {
   return value != nullptr && *value != '\0';
 }
 
-// Box output falls back to plain output, an unknown type to an error.
-int delivered_as(int type) {
-  if (type == IMSG_TYPE_BOX) return IMSG_TYPE_OK;
-  if (type == IMSG_TYPE_BOX_CONT) return IMSG_TYPE_OK_CONT;
-  if (type < 0 || type > kLastMessageType) return IMSG_TYPE_ERROR;
-  return type;
-}
-
-void deliver(int type, const char *text) {
-  switch (delivered_as(type)) {
-    case IMSG_TYPE_OK:
-    case IMSG_TYPE_OK_CONT:
-      write_text(text, real_stdout);
-      return;
-    case IMSG_TYPE_LOG_ONLY:
-      return;
-    default:
-      write_text(text, real_stderr);
-  }
-}
-
 }  // namespace
-
-void ks::write_text(const char *text, FILE *stream) {
-  fputs_unlocked(text, stream);
-  fflush_unlocked(stream);
-}
 
 void ks::format_time_stamp(char *ts, size_t ts_sz) {
   struct timeval now;

@@ -15,9 +15,10 @@ inline constexpr int kVerbosityUnread = 32767;
 
 // Module state that more than one source reads.
 extern bool imsg_initialized;
-extern bool imsg_output_ok_flag;    // plain output bears the application's name and "Ok: "
-extern FILE *real_stdout;           // streams behind plain output and behind the other types
+extern bool imsg_output_ok_flag;  // plain output bears the application's name and "Ok: "
+extern FILE *real_stdout;         // streams behind plain output and behind the other types
 extern FILE *real_stderr;
+extern const char *imsg_daemon_log_name;  // the daemon's log; NULL where this is no daemon
 
 inline void need_imsg() {
   if (!imsg_initialized) imsg_initialize();
@@ -49,7 +50,23 @@ OutputText compose_prefix(int type, const char *prefix_format, const PrefixNames
 void imsg_print_sharedv_util(char **result_pp, int type, const char *prefix_format,
                              const PrefixNames &names, const void *table, int number, va_list args);
 
-// Writes a text whole and flushes the stream.
-void write_text(const char *text, FILE *stream);
+// Hands a finished text to the procedure of its type.
+void deliver(int type, const char *text);
+
+// What a mark in a text can switch on: each of these letters, with the bit of its place.
+inline constexpr char kStyleLetters[] = {'B', 'I', 'U'};
+
+// Looks at the terminal behind stdout, once in a process.
+void need_terminal();
+
+// Whether that terminal can show styles to this process.
+bool terminal_has_styles();
+
+// Whether the terminal was looked at from the background, where it may stop a process that writes.
+bool terminal_may_stop_us();
+
+// Gives `put` the bytes that switch off the terminal's attributes that are not in `wanted` and then
+// on those that are.
+void put_styles(unsigned wanted, int (*put)(int));
 
 }  // namespace ks

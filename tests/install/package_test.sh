@@ -26,7 +26,10 @@ for package in "$runtime" "$dev"; do
 done
 version=$(dpkg-deb -f "$runtime" Version)
 field "$dev" Depends "libnorvaks1 (= $version)"
-dpkg-deb -f "$runtime" Depends | grep -q '^libc6 (>= ' || fail "$runtime does not depend on libc6"
+for library in libc6 libtinfo6; do
+  dpkg-deb -f "$runtime" Depends | tr , '\n' | grep -q "^ *$library (>= " ||
+    fail "$runtime does not depend on $library"
+done
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
