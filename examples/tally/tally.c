@@ -1,9 +1,9 @@
-/* tally: counts the lines and bytes of files, and of all files below folders. A model of a program on
+/* tally: counts the lines and bytes of files, and of all files below folders, or of those that have
+ * changed since a date. A model of a program on
  * libnorvaks: all text comes from a message table, what fails is reported once and the rest goes on,
  * and what is open or temporary hangs on a cleanup record, so that no interrupt leaves it behind. */
-#define _POSIX_C_SOURCE 200809L
+#define _GNU_SOURCE 1 /* what a stat record holds */
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -14,6 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <norvaks/date.h>
+#include <norvaks/fileutl.h>
 #include <norvaks/imsg.h>
 #include <norvaks/pfm.h>
 #include <norvaks/stg.h>
@@ -26,6 +28,8 @@ static stg_area_t area; /* of the folders' totals */
 static struct counts total;
 static unsigned long long files; /* counted so far */
 static int failures;             /* reported so far */
+static int32_t since;            /* files that have not changed since then don't count */
+static int follow;               /* symbolic links below folders, too */
 static FILE *records;            /* temporary file: the counts and the path of each file */
 static char records_path[PATH_MAX];
 
@@ -58,63 +62,54 @@ static void record_file(const char *path, const struct counts *counts) {
   pfm_enable();
 }
 
-static void count_path(const char *path);
-
-/* Below a folder only regular files and folders count; a link is what it is, a link. */
-static void count_entry(const char *folder, const char *name) {
-  char path[PATH_MAX];
-  struct stat info;
-  if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) return;
-  errno = ENAMETOOLONG;
-  if (strutl_concat(path, sizeof path, 3, folder, "/", name) || lstat(path, &info) != 0) {
-    report_failure(TALLY_MSG_OPEN_FAILED, path);
-  } else if (S_ISDIR(info.st_mode) || S_ISREG(info.st_mode)) {
-    count_path(path);
-  }
-}
-
-static void count_content(const char *path, int fd, DIR *folder) {
+static void count_content(const char *path, int fd) {
   struct counts counts = {0, 0};
   if (imsg_get_desired_verbosity() >= 1 && imsg_should_trace("tally", 1)) {
     imsg_print(IMSG_TYPE_TRACE, tally_msg_table, TALLY_MSG_COUNTING, path);
   }
-  if (folder != NULL) {
-    for (const struct dirent *entry; (entry = readdir(folder)) != NULL;) {
-      count_entry(path, entry->d_name);
-    }
-  } else if (count_descriptor(fd, &counts) == 0) {
+  if (count_descriptor(fd, &counts) == 0) {
     record_file(path, &counts);
   } else {
     report_failure(TALLY_MSG_READ_FAILED, path);
   }
 }
 
-static void close_path(int fd, DIR *folder) {
-  if (folder != NULL) closedir(folder);
-  if (folder == NULL && fd >= 0) close(fd);
-}
-
-static void count_path(const char *path) {
+static void count_file(const char *path) {
   pfm_cleanup_rec_t rec;
   volatile int fd = -1;
-  DIR *volatile folder = NULL; /* has taken the descriptor over */
   int status = PFM_CLEANUP_START(&rec, 0);
   if (status != 0) {
-    close_path(fd, folder);
+    if (fd >= 0) close(fd);
     pfm_raise(status);
   }
   do {
     pfm_inhibit(); /* no signal comes between the opening and its result */
     fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd >= 0) folder = fdopendir(fd);
     pfm_enable();
   } while (fd < 0 && errno == EINTR);
-  if (fd >= 0) count_content(path, fd, folder);
+  if (fd >= 0) count_content(path, fd);
   if (fd < 0) report_failure(TALLY_MSG_OPEN_FAILED, path);
   pfm_inhibit(); /* closed and released are one step */
-  close_path(fd, folder);
+  if (fd >= 0) close(fd);
   pfm_cleanup_rls(&rec);
   pfm_enable();
+}
+
+/* Called for each object of a walk. Below a folder only regular files count; what was named on the
+ * command line counts whatever it is. */
+static int visit(void *argument, const char *path, const char *root, const char *folder,
+                 const char *name, const fileutl_stat_t *info, int phase, int depth) {
+  (void)argument, (void)root, (void)folder, (void)name, (void)phase;
+  if (S_ISDIR(info->st_mode) || (depth > 0 && !S_ISREG(info->st_mode))) return 0;
+  if (info->st_mtime >= since) count_file(path);
+  return 0;
+}
+
+static void count_path(const char *path) {
+  const fileutl_walk_callback_t chain = {NULL, FILEUTL_WALK_BEFORE, visit, NULL};
+  const int flags =
+      FILEUTL_WALK_RECURSE | FILEUTL_WALK_FOLLOW_ROOT | (follow ? FILEUTL_WALK_FOLLOW_ALL : 0);
+  if (fileutl_walk_tree(path, &chain, flags) != 0) ++failures; /* it has said what it can't read */
 }
 
 static int start(void) {
@@ -186,14 +181,40 @@ static void say_interrupted(int status, void *counted) {
   }
 }
 
+/* A date without a year, or a day of the week, is the last such one. */
+static int take_date(const char *text) {
+  if (date_str_to_time2(text, DATE_TO_PAST, &since) != 0) {
+    imsg_print(IMSG_TYPE_ERROR, tally_msg_table, TALLY_MSG_BAD_DATE, text);
+    imsg_print(IMSG_TYPE_ERROR_CONT, "%s", -1, date_usage_date_time());
+    return 0;
+  }
+  imsg_print(IMSG_TYPE_OK, tally_msg_table, TALLY_MSG_SINCE, date_fmt_token_date_time(since));
+  return 1;
+}
+
+/* Result: where the paths begin, or 0 after saying what is wrong. */
+static int take_options(int argc, char **argv) {
+  int at = 1;
+  for (; at < argc && argv[at][0] == '-'; ++at) {
+    if (strcmp(argv[at], "-follow") == 0) {
+      follow = 1;
+    } else if (strcmp(argv[at], "-since") == 0 && at + 1 < argc) {
+      if (!take_date(argv[++at])) return 0;
+    } else {
+      break;
+    }
+  }
+  if (at < argc && argv[at][0] != '-') return at;
+  imsg_print(IMSG_TYPE_ERROR, tally_msg_table, TALLY_MSG_USAGE);
+  return 0;
+}
+
 int main(int argc, char **argv) {
   setlocale(LC_ALL, "");
   imsg_set_app_name(argv[0]);
   pfm_on_exit(say_interrupted, &files);
-  if (argc < 2) {
-    imsg_print(IMSG_TYPE_ERROR, tally_msg_table, TALLY_MSG_USAGE);
-    return 2;
-  }
-  tally(argc - 1, argv + 1);
+  const int first = take_options(argc, argv);
+  if (first == 0) return 2;
+  tally(argc - first, argv + first);
   return failures == 0 ? 0 : 1;
 }

@@ -11,6 +11,7 @@
 
 #include "support/child.h"
 #include "support/folder.h"
+#include "support/terminal.h"
 
 using ks_test::Child;
 using ks_test::Folder;
@@ -88,6 +89,18 @@ TEST(Tally, SumsUpFoldersSortedByPath) {
   EXPECT_EQ(printed.back(), "52 130  in all, 52 files");
 }
 
+// On a terminal with these styles the total of a folder shows the folder's name in bold; the other
+// tests, whose output is a file, see the bare name.
+TEST(Tally, FoldersStandOutOnATerminal) {
+  Folder folder;
+  const std::string file = folder.write("f", "1\n");
+  const Outcome outcome =
+      ks_test::on_terminal(ks_test::program({kTally, file}, {"TERM=xterm-256color"}));
+  EXPECT_EQ(outcome.out, "1 2  " + file + "\n1 2  in folder \x1b[27m\x1b[24m\x1b[1m" +
+                             folder.path() + "\x1b(B\x1b[m\x1b[27m\x1b[24m\n" +
+                             "1 2  in all, 1 files\n");
+}
+
 TEST(Tally, FilesWithoutAFolderInTheirNameLieInTheCurrentOne) {
   Folder folder;
   folder.write("f", "1\n");
@@ -104,30 +117,106 @@ TEST(Tally, ReportsWhatItCannotOpenOrReadAndCountsTheOthers) {
   EXPECT_EQ(outcome.out,
             "1 2  " + good + "\n1 2  in folder " + folder.path() + "\n1 2  in all, 1 files\n");
   EXPECT_EQ(outcome.err,
-            "tally: Error: Unable to open \"" + missing +
-                "\": No such file or directory\n"
+            "tally: Error: " + missing +
+                ": No such file or directory\n"
                 "tally: Error: Unable to read \"/proc/self/mem\": Input/output error\n");
   EXPECT_EQ(outcome.end(), "exit 1");
 }
 
-TEST(Tally, WithoutArgumentsTellsItsUsage) {
-  const Outcome outcome = tally({});
-  EXPECT_EQ(outcome.err, "tally: Error: usage: tally FILE-OR-FOLDER...\n");
+// Without the capabilities by which root reads everything.
+TEST(Tally, GoesOnPastFoldersThatItMayNotRead) {
+  Folder folder;
+  folder.write("a/f", "1\n");
+  folder.write("closed/f", "1\n");
+  folder.write("z/f", "1\n");
+  std::filesystem::permissions(folder.path("closed"), std::filesystem::perms::none);
+  const Outcome outcome = ks_test::run_program(
+      {"setpriv", "--bounding-set=-dac_override,-dac_read_search", kTally, folder.path()});
+  EXPECT_EQ(lines(outcome.out).back(), "2 4  in all, 2 files");
+  EXPECT_EQ(outcome.err, "tally: Error: " + folder.path("closed") + ": Permission denied\n");
+  EXPECT_EQ(outcome.end(), "exit 1");
+}
+
+TEST(Tally, FollowsLinksBelowFoldersOnRequest) {
+  Folder folder;
+  Folder elsewhere;
+  elsewhere.write("far/g", "1\n2\n");
+  folder.write("f", "1\n");
+  std::filesystem::create_symlink(elsewhere.path("far/g"), folder.path("file"));
+  std::filesystem::create_directory_symlink(elsewhere.path("far"), folder.path("sub"));
+  EXPECT_EQ(lines(tally({folder.path()}).out).back(), "1 2  in all, 1 files");
+  EXPECT_EQ(lines(tally({"-follow", folder.path()}).out).back(), "5 10  in all, 3 files");
+}
+
+TEST(Tally, LinksThatAreNamedAreFollowed) {
+  Folder folder;
+  folder.write("real/f", "1\n");
+  std::filesystem::create_directory_symlink(folder.path("real"), folder.path("named"));
+  EXPECT_EQ(lines(tally({folder.path("named")}).out).back(), "1 2  in all, 1 files");
+}
+
+TEST(Tally, FollowedLoopsEndInTheSystemsError) {
+  Folder folder;
+  folder.write("f", "1\n");
+  std::filesystem::create_directory_symlink(folder.path(), folder.path("loop"));
+  const Outcome outcome = tally({"-follow", folder.path()});
+  EXPECT_THAT(outcome.err, HasSubstr("loop: Too many levels of symbolic links\n"));
+  EXPECT_EQ(outcome.end(), "exit 1");
+}
+
+void change_at(const std::string &path, time_t when) {
+  const timespec times[] = {{when, 0}, {when, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+TEST(Tally, CountsWhatHasChangedSinceADateAndShowsTheDate) {
+  Folder folder;
+  const std::string before = folder.write("before", "1\n");
+  const std::string then = folder.write("then", "1\n2\n");
+  const std::string after = folder.write("after", "1\n2\n3\n");
+  constexpr time_t kDate = 1784109600;  // 15 July 2026, 10:00 UTC
+  change_at(before, kDate - 1);
+  change_at(then, kDate);
+  change_at(after, kDate + 1);
+  for (const char *date : {"15-jul-2026.10:00", "20260715T100000Z", "2026-07-15T12:00+02"}) {
+    const Outcome outcome = tally({"-since", date, folder.path()}, {"TZ=UTC"});
+    EXPECT_EQ(lines(outcome.out).front(), "Files that have changed since 2026-07-15T10:00:00Z")
+        << date;
+    EXPECT_EQ(lines(outcome.out).back(), "5 10  in all, 2 files") << date;
+    EXPECT_EQ(outcome.end(), "exit 0") << date;
+  }
+}
+
+TEST(Tally, TellsHowDatesAreWritten) {
+  const Outcome outcome = tally({"-since", "someday", "/etc/passwd"});
+  EXPECT_THAT(outcome.err, testing::StartsWith("tally: Error: No date: \"someday\"\n"
+                                               "<date-time> = <date>.<time> | <date> | <time>"));
+  EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.end(), "exit 2");
+}
+
+TEST(Tally, TellsItsUsage) {
+  const std::vector<std::vector<std::string>> wrong = {
+      {}, {"-follow"}, {"-since"}, {"-since", "today"}, {"-unknown", "/etc/passwd"}};
+  for (const auto &arguments : wrong) {
+    const Outcome outcome = tally(arguments);
+    EXPECT_EQ(outcome.err,
+              "tally: Error: usage: tally [-since DATE] [-follow] FILE-OR-FOLDER...\n");
+    EXPECT_EQ(outcome.end(), "exit 2");
+  }
 }
 
 TEST(Tally, SpeaksGermanAndJapanese) {
   Folder folder;
   const std::string file = folder.write("f", "1\n");
-  const std::string missing = folder.path("missing");
-  const Outcome german = tally({file, missing}, language("de_DE.UTF-8"));
+  const std::string bad = "/proc/self/mem";
+  const Outcome german = tally({file, bad}, language("de_DE.UTF-8"));
   EXPECT_EQ(lines(german.out).back(), "1 2  insgesamt, 1 Dateien");
-  EXPECT_EQ(german.err, "tally: Fehler: \"" + missing +
-                            "\" kann nicht geöffnet werden: No such file or directory\n");
-  const Outcome japanese = tally({file, missing}, language("ja_JP.UTF-8"));
+  EXPECT_EQ(german.err,
+            "tally: Fehler: \"" + bad + "\" kann nicht gelesen werden: Input/output error\n");
+  const Outcome japanese = tally({file, bad}, language("ja_JP.UTF-8"));
   EXPECT_EQ(lines(japanese.out).back(), "1 2  合計、1 ファイル");
-  EXPECT_EQ(japanese.err,
-            "tally: エラー: \"" + missing + "\" を開けません: No such file or directory\n");
+  EXPECT_EQ(japanese.err, "tally: エラー: \"" + bad + "\" を読み込めません: Input/output error\n");
   const Outcome english = tally({file}, language("fr_FR.UTF-8"));
   EXPECT_EQ(lines(english.out).back(), "1 2  in all, 1 files");
 }
