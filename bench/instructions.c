@@ -6,6 +6,7 @@
 
 #include <norvaks/imsg.h>
 #include <norvaks/pfm.h>
+#include <norvaks/sysutl.h>
 
 #define TEN(statement) \
   statement statement statement statement statement statement statement statement statement statement
@@ -15,22 +16,39 @@
 
 static int traced;
 
-static void inhibit(long hundreds) {
-  for (; hundreds > 0; --hundreds) {
-    HUNDRED(pfm_inhibit(); pfm_enable();)
+/* A case is a function that does one thing so many hundred times. */
+#define CASE(name, statement)                     \
+  static void name(long hundreds) {               \
+    for (; hundreds > 0; --hundreds) {            \
+      HUNDRED(statement)                          \
+    }                                             \
   }
-}
 
-static void trace(long hundreds) {
-  for (; hundreds > 0; --hundreds) {
-    HUNDRED(if (imsg_get_desired_verbosity() >= 3 && imsg_should_trace("bench", 3)) ++traced;)
-  }
-}
+CASE(inhibit, pfm_inhibit(); pfm_enable();)
+CASE(trace, if (imsg_get_desired_verbosity() >= 3 && imsg_should_trace("bench", 3)) ++traced;)
+CASE(host_name, sysutl_myhostname();)
+CASE(login_name, sysutl_myloginname();)
+CASE(full_name, sysutl_user_to_fullname("root");)
+
+static const struct {
+  const char *name;
+  void (*run)(long hundreds);
+} cases[] = {
+    {"inhibit", inhibit},       {"trace", trace},         {"host name", host_name},
+    {"login name", login_name}, {"full name", full_name},
+};
 
 int main(int argc, char **argv) {
   if (argc != 3) return 2;
   pfm_init();
   imsg_set_trace_verbosity(0);
-  (strcmp(argv[1], "inhibit") == 0 ? inhibit : trace)(atol(argv[2]));
-  return traced;
+  sysutl_myhostname();
+  sysutl_myloginname();
+  sysutl_user_to_fullname("root");
+  for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
+    if (strcmp(cases[i].name, argv[1]) != 0) continue;
+    cases[i].run(atol(argv[2]));
+    return traced;
+  }
+  return 2;
 }
