@@ -250,7 +250,11 @@ class TallyInMidRun : public testing::Test {
   }
 
   Child start() {
-    Child child(ks_test::program({kTally, file, pipe}, {"TMPDIR=" + folder.path("tmp")}));
+    const auto run = ks_test::program({kTally, file, pipe}, {"TMPDIR=" + folder.path("tmp")});
+    Child child([&] {
+      setpgid(0, 0);  // whose parent is in another group: else the system may drop a stop
+      run();
+    });
     writer = open(pipe.c_str(), O_WRONLY | O_CLOEXEC);  // returns when the tool has opened it too
     EXPECT_EQ(temporary_files(), 1);
     return child;
@@ -286,8 +290,6 @@ TEST_F(TallyInMidRun, AnInterruptUnwindsRemovesItsFileRunsTheHooksAndEndsWithFou
 
 TEST_F(TallyInMidRun, StopsAndGoesOn) {
   Child child = start();
-  // In a process group of its own whose parent is in another: else the system drops the stop.
-  setpgid(child.pid(), child.pid());
   for (int round = 0; round < 2; ++round) {
     int status = 0;
     kill(child.pid(), SIGTSTP);
