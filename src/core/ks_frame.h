@@ -19,6 +19,8 @@ namespace [[gnu::visibility("hidden")]] ks {
 extern int32_t pfm_inh_count;
 extern int32_t pfm_pending_count;
 
+extern bool pfm_inited;  // pfm_init has run
+
 // Delivers the signals that wait; the count must be 0. May raise.
 void deliver_pending();
 

@@ -13,7 +13,6 @@ namespace [[gnu::visibility("hidden")]] ks {
 inline constexpr int kSignals = 64;  // signal numbers are 1 to 64
 
 extern int32_t pfm_inh_susp_count;  // depth of pfm_inhibit_suspend
-extern bool pfm_inited;             // pfm_init has run
 extern sigset_t all_async_signals;  // every signal but the synchronous ones; filled by pfm_init
 extern sigset_t deferred_signals;   // arrived while held back; pfm_pending_count counts them
 

@@ -90,24 +90,24 @@ rt_event *free_record() {
   return event;
 }
 
-// The one way onto the list; `storage` is the caller's or null.
+// The one way onto the list; `storage` is the caller's or null. Signals may come from then on, so the
+// fault manager is started.
 rt_event *sched_abs(rt_callback_t callback, void *arg, int64_t seconds, int64_t microseconds,
                     void *storage) {
-  pfm_inhibit();
-  rt_event *event = storage != nullptr ? static_cast<rt_event *>(storage) : free_record();
-  if (event == nullptr) {
-    pfm_enable();
-    report_malloc_failed();
-    return nullptr;
-  }
-  event->seconds = to_int32(seconds);
-  event->microseconds = to_int32(microseconds);
-  event->callback = callback;
-  event->argument = arg;
-  event->magic = kScheduled;
-  event->caller_owned = storage != nullptr;
-  link_before(event, first_later(event));
-  pfm_enable();
+  if (!pfm_inited) pfm_init();
+  rt_event *event = nullptr;
+  signals_held([&] {
+    event = storage != nullptr ? static_cast<rt_event *>(storage) : free_record();
+    if (event == nullptr) return;
+    event->seconds = to_int32(seconds);
+    event->microseconds = to_int32(microseconds);
+    event->callback = callback;
+    event->argument = arg;
+    event->magic = kScheduled;
+    event->caller_owned = storage != nullptr;
+    link_before(event, first_later(event));
+  });
+  if (event == nullptr) report_malloc_failed();
   return event;
 }
 
