@@ -61,6 +61,7 @@ fileutl_dirent_t *fileutl_readdir(fileutl_dir_t *dir, int fold) {
   fileutl_dirent_t &entry = dir->entry;
   if (!copy_name(record->d_name, fold != 0 && !dir->case_sensitive, entry.d_name)) return nullptr;
   const size_t length = strlen(entry.d_name);
+  dir->entry_type = DTTOIF(record->d_type);
   entry.d_ino = record->d_ino;
   entry.d_reclen = static_cast<uint16_t>(length + 14);
   entry.d_namlen = static_cast<uint16_t>(length);

@@ -1,6 +1,8 @@
 // What the file primitives share: the directory handle, and the walk as its own callbacks see it.
 #pragma once
 
+#include <sys/types.h>
+
 #include <climits>
 #include <cstddef>
 
@@ -15,6 +17,7 @@ struct fileutl_dir {
   int fd;              // -1 when closed
   size_t next;         // offset in `block` of the next record
   size_t filled;       // bytes in `block`
+  mode_t entry_type;   // of `entry`, as in a mode; 0 where the directory does not tell
   fileutl_dirent_t entry;
   alignas(uint64_t) char block[kBlockSize];
 };
@@ -48,6 +51,7 @@ struct Walk {
   const fileutl_walk_ops_t *ops;  // NULL: the system's own files
   int flags;
   bool by_descriptor;  // objects are named from the directory they are in
+  bool types_suffice;  // the callbacks look at nothing in a record but the type
   WalkLevel *innermost;
   WalkLevel *idle;
   char root[kWalkPathSize];
@@ -55,7 +59,7 @@ struct Walk {
   char directory[kWalkPathSize];            // of the objects of the innermost level
 };
 
-// Walks; `walk` is filled here. The result is that of fileutl_walk_tree.
+// Walks; `walk` is filled here, but for types_suffice. The result is that of fileutl_walk_tree.
 int run_walk(Walk &walk, const char *path, const fileutl_walk_callback_t *chain,
              const fileutl_walk_ops_t *ops, int flags);
 

@@ -28,6 +28,7 @@ int remove_object(void *argument, const char *path, const char *, const char *, 
 
 int fileutl_rm(const char *path, int flags) {
   Walk walk;
+  walk.types_suffice = (flags & FILEUTL_WALK_TRACE) == 0;  // what has gone is not traced
   const fileutl_walk_callback_t chain = {nullptr, FILEUTL_WALK_AFTER, remove_object, &walk};
   return run_walk(walk, path, &chain, nullptr, flags);
 }

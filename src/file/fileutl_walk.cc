@@ -61,6 +61,15 @@ int stat_object(const Walk &walk, Object &object) {
   return fileutl_stat_at(walk_place(walk, object.name), follow, &object.record);
 }
 
+// Whether the directory has told all that is to be known of an object in it, which saves a stat. A
+// directory is looked at: it is entered.
+bool is_known(const Walk &walk, Object &object) {
+  if (!walk.types_suffice || !walk.by_descriptor || !fits(walk, object)) return false;
+  object.record = {};
+  object.record.st_mode = walk.innermost->own.entry_type;
+  return object.record.st_mode != 0 && !object.is_directory();
+}
+
 void push(WalkLevel *&top, WalkLevel *level) {
   level->outer = top;
   top = level;
@@ -155,7 +164,7 @@ int visit_entries(Walk &walk, size_t prefix, int depth) {
     if (is_dot_or_dot_dot(entry->d_name)) continue;
     strutl_cpy_buf(walk.path + prefix, entry->d_name, sizeof entry->d_name);
     child.path_length = prefix + strlen(child.name);
-    if (stat_object(walk, child) != 0) {
+    if (!is_known(walk, child) && stat_object(walk, child) != 0) {
       walk_report(walk, walk.path);
       status = FILEUTL_WALK_FAILED;
       continue;
@@ -248,11 +257,13 @@ int ks::run_walk(Walk &walk, const char *path, const fileutl_walk_callback_t *ch
 
 int fileutl_walk_tree(const char *path, const fileutl_walk_callback_t *chain, int flags) {
   Walk walk;
+  walk.types_suffice = false;
   return run_walk(walk, path, chain, nullptr, flags);
 }
 
 int fileutl_walk_tree_any(const char *path, const fileutl_walk_callback_t *chain,
                           const fileutl_walk_ops_t *ops, int flags) {
   Walk walk;
+  walk.types_suffice = false;
   return run_walk(walk, path, chain, ops, flags);
 }

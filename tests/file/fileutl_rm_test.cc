@@ -11,6 +11,7 @@
 
 #include "fileutl.h"
 #include "support/child.h"
+#include "support/faults.h"
 #include "support/folder.h"
 #include "file/files.h"
 
@@ -141,6 +142,7 @@ struct Swapped {
 
   Swapped() {
     folder.write("tree/inner/file", "");
+    EXPECT_EQ(mkdir(folder.path("tree/inner/deep").c_str(), 0777), 0);
     folder.write("outside/file", "kept");
     EXPECT_EQ(symlink("../outside", link.c_str()), 0);
   }
@@ -163,11 +165,24 @@ TEST(FileutlRm, LinkPutInADirectorysPlaceBeforeItIsOpenedIsNotEntered) {
 
 TEST(FileutlRm, LinkPutInADirectorysPlaceBehindItsOpeningLeadsNowhere) {
   const Swapped swapped;
-  // The root, the directory, the file in it.
+  // The root, the directory, the directory in it.
   EXPECT_EQ(swapped.remove("fstatat64", 2), error_line(swapped.inner + ": Not a directory") +
                                                 error_line(swapped.tree + ": Directory not empty"));
   EXPECT_EQ(swapped.folder.read("outside/file"), "kept");
   EXPECT_FALSE(exists(swapped.link + "/file")) << "it was in the tree when it was reached";
+  EXPECT_FALSE(exists(swapped.link + "/deep"));
+}
+
+TEST(FileutlRm, LooksAtDirectoriesOnlyUnlessItTraces) {
+  for (const int flags : {0, int{FILEUTL_WALK_TRACE}}) {
+    const Folder folder;
+    for (const char *name : {"tree/a", "tree/b", "tree/c"}) folder.write(name, "");
+    const int before = ks_test::count_calls("fstatat64");
+    printed_by([&] {
+      EXPECT_EQ(fileutl_rm(folder.path("tree").c_str(), FILEUTL_WALK_RECURSE | flags), 0);
+    });
+    EXPECT_EQ(ks_test::count_calls("fstatat64") - before, flags == 0 ? 1 : 4);
+  }
 }
 
 }  // namespace
