@@ -49,17 +49,9 @@ class Set {
   std::unique_ptr<fd_set> set_;
 };
 
-// Sources that are ready, with numbers that tests can name.
-class RtFdSet : public testing::Test {
+class RtFdSet : public ks_test::ReadySources {
  protected:
-  RtFdSet() {
-    simulate_time(1000, 0);
-    for (Source *source : {&a_, &b_, &c_}) source->set_ready(true);
-  }
-
-  Source a_{RT_FD_READ, 50};
-  Source b_{RT_FD_READ, 51};
-  Source c_{RT_FD_READ, 1023};
+  RtFdSet() : ReadySources(1023) {}
 };
 
 TEST_F(RtFdSet, ShowsTheHandlerExactlyThoseThatAreReady) {

@@ -39,17 +39,9 @@ using testing::MatchesRegex;
 
 namespace {
 
-// Sources that are ready, with numbers that tests can name.
-class RtFd : public testing::Test {
+class RtFd : public ks_test::ReadySources {
  protected:
-  RtFd() {
-    simulate_time(1000, 0);
-    for (Source *source : {&a_, &b_, &c_}) source->set_ready(true);
-  }
-
-  Source a_{RT_FD_READ, 50};
-  Source b_{RT_FD_READ, 51};
-  Source c_{RT_FD_READ, 52};
+  RtFd() : ReadySources(52) {}
 };
 
 TEST_F(RtFd, CallsTheHandlerInEveryTurnInWhichTheDescriptorIsReady) {

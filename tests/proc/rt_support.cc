@@ -121,6 +121,11 @@ void PrintTo(const Wait &wait, std::ostream *out) {
        << wait.microseconds << " us";
 }
 
+ReadySources::ReadySources(int third_fd) : c_(RT_FD_READ, third_fd) {
+  simulate_time(1000, 0);
+  for (Source *source : {&a_, &b_, &c_}) source->set_ready(true);
+}
+
 void simulate_time(long seconds, long microseconds) {
   set_clock(seconds, microseconds);
   answer_select(simulated_select);

@@ -2,6 +2,8 @@
 // and what callbacks have noted.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -27,6 +29,16 @@ class Source {
   int fd_;
   int other_end_;
   bool ready_ = false;
+};
+
+// Three sources that are ready to be read, with numbers that tests can name, and a simulated clock.
+class ReadySources : public testing::Test {
+ protected:
+  explicit ReadySources(int third_fd);
+
+  Source a_{RT_FD_READ, 50};
+  Source b_{RT_FD_READ, 51};
+  Source c_;
 };
 
 // One wait of the loop, as select got it.
