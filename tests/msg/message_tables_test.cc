@@ -44,7 +44,7 @@ const std::map<std::string, const imsg_table_t *> kTables = {
 };
 
 struct Row {
-  std::string table, library, subsys;
+  std::string table, lib_name, subsys;
   int set, count, index, number;
   std::string text;
 };
@@ -82,7 +82,7 @@ std::vector<Row> listed_rows() {
     std::istringstream fields(line);
     Row row;
     std::string spelled;
-    fields >> row.table >> row.library >> row.subsys >> row.set >> row.count >> row.index >>
+    fields >> row.table >> row.lib_name >> row.subsys >> row.set >> row.count >> row.index >>
         row.number;
     fields.ignore(1);  // the tab: what follows may begin with blanks
     std::getline(fields, spelled);
@@ -111,7 +111,7 @@ TEST(MessageTables, HoldWhatTheListHolds) {
     SCOPED_TRACE(row.table + " " + std::to_string(row.index));
     ASSERT_TRUE(kTables.contains(row.table));
     const imsg_table_t *table = kTables.at(row.table);
-    EXPECT_EQ(table->library, row.library);
+    EXPECT_EQ(table->library, row.lib_name);
     EXPECT_EQ(table->subsys, row.subsys);
     EXPECT_EQ(table->set, row.set);
     EXPECT_EQ(table->count, row.count);
