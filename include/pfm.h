@@ -26,11 +26,11 @@
 extern "C" {
 #endif
 
-/* Statuses that the library itself raises, besides signal numbers. */
+/* Statuses of the library itself, besides signal numbers. */
 enum {
   PFM_STATUS_QUIT = 4,           /* SIGINT, SIGHUP or SIGTERM told the process to stop */
   PFM_STATUS_TTOU = 22,          /* SIGTTOU stopped a write to the terminal */
-  PFM_STATUS_SELECT_WAKE = 23792 /* never leaves pfm_select_inhibited */
+  PFM_STATUS_SELECT_WAKE = 23792 /* the wait's own; nothing raises it */
 };
 
 /* A cleanup record: a local of the function that it protects. Only `env` and `status` are the
