@@ -66,9 +66,15 @@ typedef void (*pfm_exit_routine_t)(int status);
  *
  * The value is 0 when the record has been armed and the fault's status when it lands. Every local
  * that the cleanup branch reads is volatile: others may have lost their value. sigsetjmp is POSIX:
- * a program in strict C11 defines _POSIX_C_SOURCE. */
+ * with -std=c11 it takes -D_DEFAULT_SOURCE, which is among the flags of pkg-config and CMake. */
+#if defined sigsetjmp || defined __cplusplus
 #define PFM_CLEANUP_START(rec, inhibit) \
   ((rec)->status = sigsetjmp((rec)->env, 1), pfm_cleanup_start((rec), (inhibit)))
+#else
+#define PFM_CLEANUP_START(rec, inhibit)                                                       \
+  (_Pragma("GCC error \"PFM_CLEANUP_START needs sigsetjmp: compile with -D_DEFAULT_SOURCE\"") \
+       pfm_cleanup_start((rec), (inhibit)))
+#endif
 
 /* pfm_cleanup_start is the step behind sigsetjmp, whose result must stand in `rec->status`.
  * Status 0: arms the record, with signals held back for the body when `inhibit` is not 0. Result 0.
@@ -116,7 +122,9 @@ KS_API int32_t pfm_blocked_count(void);
 /* pfm_signal makes `routine` the routine of signal `sig` (1 to 64), or SIG_DFL or SIG_IGN its
  * disposition, and unblocks the signal. System calls that it interrupts end with EINTR. While the
  * routine runs, all asynchronous signals are blocked; it may raise.
- * Result: the routine before; SIG_ERR with errno EINVAL when there is no such signal number.
+ * Result: the routine before; SIG_ERR with errno EINVAL, and nothing changed, when there is no such
+ *   signal number, when nobody can catch the signal (SIGKILL, SIGSTOP and those that libc keeps to
+ *   itself), or when the routine is SIG_ERR.
  * A routine that somebody else had installed before the module started stays installed with the
  * system when another routine takes its place here: set SIG_DFL first to take the signal over. */
 KS_API pfm_signal_t pfm_signal(int sig, pfm_signal_t routine);
@@ -141,7 +149,8 @@ KS_API pfm_exit_routine_t pfm_set_exit(pfm_exit_routine_t routine);
  * hooks that are left then run. */
 KS_API void pfm_exit(int status);
 
-/* pfm_panic prints "***ABORT***" with the place as an error message and aborts. */
+/* pfm_panic prints "***ABORT***" with the place as an error message and aborts. No signal comes while
+ * it prints, and a routine for SIGABRT runs behind it, also where signals are held. */
 KS_API KS_NORETURN void pfm_panic(const char *file, int line);
 
 /* pfm_assert_fail prints the text of a condition that did not hold, with the place, as an error

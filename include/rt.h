@@ -146,7 +146,9 @@ typedef void (*rt_proc_callback_t)(pid_t pid, int status, void *arg, rt_proc_t *
 KS_API int rt_proc_initialize(void);
 
 /* rt_proc_fork is fork(2) of a child whose death has `callback` called with `arg` in the loop; the
- * callback may be NULL. The new process follows none of the parent's children.
+ * callback may be NULL. The new process follows none of the parent's children, and signals that waited
+ * for delivery in the parent do not come in it. It has the parent's cleanup records and exit hooks: one
+ * that becomes another program ends by _exit where that fails, since pfm_exit would run the hooks.
  * Result: as fork's. Where the child could not be recorded it has got SIGTERM, which has been
  *   printed, the result is -1, and one pfm_inhibit is left standing. May be left by a fault. */
 KS_API pid_t rt_proc_fork(rt_proc_callback_t callback, void *arg);
@@ -171,8 +173,8 @@ KS_API int rt_proc_alive(pid_t pid);
 
 /* rt_handle_signal has `callback` called with `sig` and `arg` in the loop when the signal arrives.
  * Signals that arrive before the callback runs are one call, at the time of the last.
- * Result: 1; 0 when the signal has a callback already, when there is no such signal (errno EINVAL),
- *   and when storage is exhausted, which has been printed. */
+ * Result: 1; 0 when the signal has a callback already, when nobody can catch it or there is no such
+ *   signal (errno EINVAL), and when storage is exhausted, which has been printed. */
 typedef void (*rt_signal_callback_t)(int sig, void *arg);
 KS_API int rt_handle_signal(int sig, rt_signal_callback_t callback, void *arg);
 

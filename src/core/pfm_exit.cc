@@ -35,6 +35,8 @@ void run_hooks(int status) {
 
 void ks::pfm_atexit_handler() { run_hooks(0); }
 
+void ks::forget_exit_hooks() { on_exit_list = nullptr; }
+
 void pfm_on_exit(pfm_exit_hook_t routine, void *argument) {
   pfm_init();
   signals_held([&] {

@@ -36,6 +36,12 @@ inline void signals_blocked(Body &&body) {
 // Notes that `sig` waits for delivery; repeats are merged. Asynchronous signals must be blocked.
 void defer_signal(int sig);
 
+// Drops all that wait for delivery. Asynchronous signals must be blocked.
+void forget_deferred_signals();
+
+// An abort is on its way: SIGABRT is delivered at once, whatever is held.
+extern bool pfm_aborting;
+
 // Two steps of pfm_init: take in the routines that are installed and fill the signal sets; hook the
 // signals that the module takes over.
 void read_signal_table();
@@ -43,5 +49,10 @@ void take_over_signals();
 
 // Runs the exit hooks that are left with status 0, for a process that ends by exit(3).
 void pfm_atexit_handler();
+
+// Take all cleanup records off the chain, and all exit hooks off their list: those of a process that
+// this one is a copy of.
+void forget_cleanup_records();
+void forget_exit_hooks();
 
 }  // namespace ks

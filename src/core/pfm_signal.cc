@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "core/ks_assert.h"
 #include "pfm.h"
@@ -11,6 +12,7 @@
 
 namespace ks {
 int32_t pfm_pending_count = 0;
+bool pfm_aborting = false;
 sigset_t all_async_signals;
 sigset_t deferred_signals;
 }  // namespace ks
@@ -26,6 +28,13 @@ pfm_signal_t handler_sigvec[kSignals];  // entry sig-1: the routine that the pro
 sigset_t all_user_signals;              // user_signals as a set
 int last_inh_signal = 0;                // last signal that was deferred; 0 after each delivery
 
+// Whether a program may have a routine for the signal. The system keeps two signals to itself, and
+// libc those below its first real-time one.
+bool can_be_caught(int sig) {
+  if (sig < 1 || sig > kSignals || sig == SIGKILL || sig == SIGSTOP) return false;
+  return sig < __SIGRTMIN || sig >= SIGRTMIN;
+}
+
 // Anything but SIG_DFL and SIG_IGN is a routine to be called.
 bool is_routine(pfm_signal_t routine) { return reinterpret_cast<uintptr_t>(routine) > 1; }
 
@@ -35,6 +44,13 @@ bool suspend_held(int sig) { return sig == SIGTSTP && pfm_inh_susp_count != 0; }
 void forget_deferred(int sig) {
   sigdelset(&deferred_signals, sig);
   KS_ASSERT(--pfm_pending_count >= 0);
+}
+
+// A synchronous signal that is deferred and comes again is that of an instruction, which would be
+// tried for ever.
+bool repeats_for_ever(int sig) {
+  const bool synchronous = sigismember(&all_async_signals, sig) == 0;
+  return synchronous && sigismember(&deferred_signals, sig) == 1;
 }
 
 // Straight to the descriptor: the flow that the signal interrupted may be in the middle of a print.
@@ -64,7 +80,8 @@ void pfm_signal_handler(int sig) {
                  "handler_sigvec[sig-1] != (pfm_signal_t)SIG_DFL");
   KS_ASSERT_TEXT(handler_sigvec[sig - 1] != SIG_IGN,
                  "handler_sigvec[sig-1] != (pfm_signal_t)SIG_IGN");
-  if (pfm_inh_count == 0 && !suspend_held(sig)) {
+  const bool held = pfm_inh_count != 0 || suspend_held(sig);
+  if (!held || (sig == SIGABRT && pfm_aborting) || repeats_for_ever(sig)) {
     call_now(sig);
   } else {
     hold_back(sig);
@@ -104,6 +121,17 @@ void default_child_signal() {
   sigaction(SIGCHLD, &action, nullptr);
 }
 
+// Tells the system about a new routine; false when it refuses. From routine to routine the system's
+// handler stays, also one that somebody else installed before the start: programs rely on theirs
+// being left alone.
+bool install(int sig, pfm_signal_t routine) {
+  if (is_routine(handler_sigvec[sig - 1]) && is_routine(routine)) return true;
+  struct sigaction action = {};
+  action.sa_handler = is_routine(routine) ? pfm_signal_handler : routine;
+  action.sa_mask = all_async_signals;
+  return sigaction(sig, &action, nullptr) == 0;
+}
+
 void run_deferred(int sig) {
   forget_deferred(sig);
   const pfm_signal_t routine = handler_sigvec[sig - 1];
@@ -122,37 +150,38 @@ void ks::defer_signal(int sig) {
   ++pfm_pending_count;
 }
 
+void ks::forget_deferred_signals() {
+  sigemptyset(&deferred_signals);
+  pfm_pending_count = 0;
+  last_inh_signal = 0;
+}
+
 // A routine may raise out of the loop: the jump restores the mask, and what is left stays pending.
 void ks::deliver_pending() {
   KS_ASSERT(pfm_inh_count == 0);
+  const int saved_errno = errno;
   signals_blocked([] {
     last_inh_signal = 0;
     for (int sig = 1; sig <= kSignals; ++sig) {
       if (sigismember(&deferred_signals, sig) == 1 && !suspend_held(sig)) run_deferred(sig);
     }
   });
+  errno = saved_errno;
 }
 
 pfm_signal_t pfm_signal(int sig, pfm_signal_t routine) {
   pfm_init();
-  if (sig < 1 || sig > kSignals) {
+  if (!can_be_caught(sig) || routine == SIG_ERR) {
     errno = EINVAL;
     return SIG_ERR;
   }
-  struct sigaction action = {};
-  action.sa_handler = is_routine(routine) ? pfm_signal_handler : routine;
-  action.sa_mask = all_async_signals;
-
+  // All are blocked, so that a fault of another signal finds the table and the system agreed.
+  sigset_t blocked = all_async_signals;
+  sigaddset(&blocked, sig);
   sigset_t mask;
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, sig);
-  sigprocmask(SIG_BLOCK, &set, &mask);
-  const pfm_signal_t old = handler_sigvec[sig - 1];
-  // From routine to routine the system's handler stays, also one that somebody else installed
-  // before the start: programs rely on theirs being left alone.
-  if (!is_routine(old) || !is_routine(routine)) sigaction(sig, &action, nullptr);
-  handler_sigvec[sig - 1] = routine;
+  sigprocmask(SIG_BLOCK, &blocked, &mask);
+  pfm_signal_t old = SIG_ERR;
+  if (install(sig, routine)) old = std::exchange(handler_sigvec[sig - 1], routine);
   sigdelset(&mask, sig);
   sigprocmask(SIG_SETMASK, &mask, nullptr);
   return old;

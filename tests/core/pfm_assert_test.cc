@@ -2,12 +2,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include "core/pfm_internal.h"
+#include "imsg.h"
 #include "pfm.h"
 #include "support/assertion.h"
 #include "support/child.h"
@@ -18,6 +22,7 @@
 using ks_test::assertion_line;
 using ks_test::in_child;
 using ks_test::land;
+using ks_test::Landing;
 using ks_test::note_signals;
 using ks_test::Outcome;
 using ks_test::send_signal;
@@ -262,9 +267,98 @@ TEST(PfmAssertFail, AbortsAlsoWhereSigabrtHasARoutine) {
   }
 }
 
+void write_and_note(int) {
+  if (write(STDERR_FILENO, "routine\n", 8) < 0) _exit(3);
+}
+
+constexpr void (*kAborts[])() = {+[] { pfm_assert_fail("never", "file.cc", 1); },
+                                 +[] { pfm_panic("file.cc", 1); }};
+
+TEST(PfmAssertFail, ARoutineForSigabrtRunsBehindTheMessageWhateverIsHeld) {
+  for (void (*fail)() : kAborts) {
+    for (void (*hold)() : {+[] {}, pfm_inhibit, pfm_inhibit_suspend}) {
+      const Outcome outcome = in_child([&] {
+        pfm_signal(SIGABRT, write_and_note);
+        hold();
+        fail();
+      });
+      EXPECT_THAT(outcome.err, testing::EndsWith("'file.cc':1\nroutine\n"));
+      EXPECT_EQ(outcome.end(), "signal 6");
+    }
+  }
+}
+
+TEST(PfmAssertFail, ARoutineForSigabrtMayRaise) {
+  const Outcome outcome = in_child([] {
+    pfm_signal(SIGABRT, [](int) { pfm_raise(7); });
+    pfm_inhibit();
+    const Landing landing = land([] {
+      pfm_inhibit();
+      pfm_assert_fail("never", "file.cc", 1);
+    });
+    _exit(landing == Landing{7, 2, 0} ? 0 : 2);
+  });
+  EXPECT_EQ(outcome.end(), "exit 0");
+}
+
+// Prints the text, and waits, as a front end may that keeps its windows alive.
+void print_and_wait(void *, const char *text) {
+  pfm_inhibit();
+  wait_a_moment();
+  pfm_enable();
+  if (write(STDOUT_FILENO, text, strlen(text)) < 0) _exit(3);
+}
+
+TEST(PfmAssertFail, TheMessageReachesAnOutputProcedureThatWaits) {
+  for (void (*fail)() : kAborts) {
+    for (int holds = 0; holds < 3; ++holds) {
+      const Outcome outcome = in_child([&] {
+        imsg_redirect_output(print_and_wait, nullptr, print_and_wait, nullptr);
+        for (int i = 0; i < holds; ++i) pfm_inhibit();
+        fail();
+      });
+      EXPECT_THAT(outcome.out, testing::EndsWith("'file.cc':1\n")) << holds;
+      EXPECT_EQ(outcome.err, "");
+      EXPECT_EQ(outcome.end(), "signal 6");
+    }
+  }
+}
+
+TEST(PfmAssertFail, WhatWaitsForDeliveryDoesNotRaiseOutOfIt) {
+  for (void (*fail)() : kAborts) {
+    const Outcome outcome = in_child([&] {
+      imsg_redirect_output(print_and_wait, nullptr, print_and_wait, nullptr);
+      land(
+          [&] {
+            pfm_inhibit();
+            send_signal(SIGINT);
+            fail();
+          },
+          [] { _exit(2); });
+    });
+    EXPECT_THAT(outcome.out, testing::EndsWith("'file.cc':1\n"));
+    EXPECT_EQ(outcome.end(), "signal 6");
+  }
+}
+
+TEST(PfmAssertFail, WhereTheOutputProcedureRaisesTheLineGoesToDescriptorTwo) {
+  for (void (*fail)() : kAborts) {
+    for (int status : {7, -7}) {
+      static int raised;
+      raised = status;
+      const Outcome outcome = in_child([&] {
+        const auto raise_it = [](void *, const char *) { pfm_raise(raised); };
+        imsg_redirect_output(raise_it, nullptr, raise_it, nullptr);
+        land(fail, [] { _exit(2); });
+      });
+      EXPECT_THAT(outcome.err, testing::EndsWith("'file.cc':1\n"));
+      EXPECT_EQ(outcome.end(), "signal 6");
+    }
+  }
+}
+
 TEST(PfmAssertFail, NoSignalRaisesOutOfIt) {
-  for (void (*fail)() :
-       {+[] { pfm_assert_fail("never", "file.cc", 1); }, +[] { pfm_panic("file.cc", 1); }}) {
+  for (void (*fail)() : kAborts) {
     const Outcome outcome = in_child([&] {
       pfm_init();
       ks_test::signal_in_call("vsnprintf", 0, SIGINT);

@@ -1,6 +1,7 @@
 // The table of routines, the catcher, and the delivery of what was held back.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 
 #include "pfm.h"
 #include "support/child.h"
+#include "support/faults.h"
 #include "support/landing.h"
 #include "support/signals.h"
 
@@ -181,9 +183,58 @@ TEST(PfmSignal, RefusesNumbersThatAreNoSignals) {
 }
 
 // Only the table is asked, so a refusal of the system does not show.
-TEST(PfmSignal, KeepsAnsweringFromTheTableWhereTheSystemRefuses) {
-  EXPECT_EQ(pfm_signal(SIGKILL, note_signal), SIG_DFL);
-  EXPECT_EQ(pfm_signal(SIGKILL, SIG_DFL), note_signal);
+TEST(PfmSignal, RefusesSignalsThatNobodyCanCatch) {
+  for (int sig = 1; sig <= kLastSignal; ++sig) {
+    if (is_free(sig)) continue;
+    for (pfm_signal_t routine : {note_signal, SIG_IGN, SIG_DFL}) {
+      errno = 0;
+      EXPECT_EQ(pfm_signal(sig, routine), SIG_ERR) << sig;
+      EXPECT_EQ(errno, EINVAL) << sig;
+    }
+  }
+}
+
+TEST(PfmSignal, RefusesTheErrorForARoutine) {
+  note_signals({SIGUSR1});
+  errno = 0;
+  EXPECT_EQ(pfm_signal(SIGUSR1, SIG_ERR), SIG_ERR);
+  EXPECT_EQ(errno, EINVAL);
+  send_signal(SIGUSR1);
+  EXPECT_THAT(take_noted(), ElementsAre(SIGUSR1));
+  EXPECT_EQ(pfm_signal(SIGUSR1, SIG_DFL), note_signal);
+}
+
+TEST(PfmSignal, LeavesTheTableAloneWhereTheSystemRefuses) {
+  pfm_init();
+  ks_test::fail_call("sigaction", 0, EFAULT);
+  errno = 0;
+  EXPECT_EQ(pfm_signal(SIGUSR1, note_signal), SIG_ERR);
+  EXPECT_EQ(errno, EFAULT);
+  EXPECT_FALSE(is_blocked(SIGUSR1));
+  EXPECT_EQ(pfm_signal(SIGUSR1, note_signal), SIG_DFL);
+}
+
+TEST(PfmSignal, AFaultOfAnInstructionIsNotHeldBackForEver) {
+  volatile char *nowhere =
+      static_cast<volatile char *>(mmap(nullptr, 1, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  ASSERT_NE(nowhere, MAP_FAILED);
+  pfm_signal(SIGSEGV, [](int sig) { pfm_raise(sig); });
+  for (int round = 0; round < 2; ++round) {
+    pfm_inhibit();
+    const Landing landing = land([=] { *nowhere = 'x'; });
+    EXPECT_EQ(landing, (Landing{SIGSEGV, 2, 0}));
+    EXPECT_EQ(pfm_blocked_count(), 0);
+    pfm_enable();
+  }
+}
+
+TEST(PfmSignal, ARoutineThatWasHeldBackLeavesErrnoAlone) {
+  pfm_signal(SIGUSR1, [](int) { errno = ERANGE; });
+  pfm_inhibit();
+  send_signal(SIGUSR1);
+  errno = ENOENT;
+  pfm_enable();
+  EXPECT_EQ(errno, ENOENT);
 }
 
 // The catcher is in place already then, as far as the table tells.
