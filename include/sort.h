@@ -8,9 +8,8 @@
  *
  * The comparison function gets two records in their places in the array and the caller's context;
  * the result is below 0 when the first belongs before the second, 0 when they are equal, and above
- * 0 otherwise. It returns, or raises a fault: every record is then still there once, in some
- * order. The fault of a signal can also come in the middle of a move, and lose a record for a copy
- * of another: hold signals back where that matters.
+ * 0 otherwise. It returns, or raises a fault. After a fault, also of a signal that comes in the
+ * middle of the sort, every record is still there once, in some order.
  */
 #ifndef KS_SORT_H
 #define KS_SORT_H

@@ -10,7 +10,10 @@
  * and the program goes on. The settings must not change while blocks are outstanding. Under
  * AddressSanitizer and valgrind areas tell the tool what is allocated.
  *
- * Creating and deleting areas is not for signal routines. A wrong handle ends in an assertion.
+ * Creating and deleting areas is not for signal routines; allocating is, also in the area in which the
+ * interrupted flow allocates. An area that a fault leaves in any of these calls can be used, freed or
+ * deleted like any other. A block or an area that a call returns is lost to a fault that comes before
+ * the caller has stored it: hold signals over both. A wrong handle ends in an assertion.
  */
 #ifndef KS_STG_H
 #define KS_STG_H

@@ -95,10 +95,32 @@ hash_cell_t *alloc_cell(hash_ht_t ht) {
   return reinterpret_cast<hash_cell_t *>(static_cast<char *>(block) + order);
 }
 
+// A cell that was freed, or a fresh one; NULL when there is no storage.
+hash_cell_t *take_cell(hash_ht_t ht) {
+  hash_cell_t *cell = ht->free_list;
+  if (cell == nullptr) return alloc_cell(ht);
+  ht->free_list = cell->next;
+  return cell;
+}
+
 void link_last(hash_ht_t ht, hash_cell_t *cell) {
   HashOrder::of(cell) = {nullptr, ht->last};
   (ht->last != nullptr ? HashOrder::of(ht->last).order : ht->first) = cell;
   ht->last = cell;
+}
+
+// Puts all cells of `old`, bucket by bucket, into the empty buckets of the table.
+void move_cells(const hash_table &old, hash_ht_t ht) {
+  uint32_t bucket;
+  for (uint32_t from = 0; (bucket = hash_filled_from(old, from)) < old.bucket_count;
+       from = bucket + 1) {
+    hash_fetch_ahead(old, from, bucket);
+    hash_cell_t *next;
+    for (hash_cell_t *cell = old.bkts[bucket]; cell != nullptr; cell = next) {
+      next = cell->next;
+      push_front(ht, cell);
+    }
+  }
 }
 
 void unlink_order(hash_ht_t ht, hash_cell_t *cell) {
@@ -111,7 +133,8 @@ void unlink_order(hash_ht_t ht, hash_cell_t *cell) {
 
 hash_ht_t hash_create_ht(uint32_t size_hint, uint32_t dbytes, int keytype, int copyk,
                          uint32_t key_bytes, hash_fn_t hash_fn, hash_compare_fn_t compare_fn) {
-  hash_ht_t ht = make_table(size_hint);
+  hash_ht_t ht = nullptr;
+  signals_held([&] { ht = make_table(size_hint); });
   if (ht == nullptr) ht = table_of_no_memory();
   ht->dbytes = dbytes;
   ht->keytype = keytype;
@@ -123,12 +146,14 @@ hash_ht_t hash_create_ht(uint32_t size_hint, uint32_t dbytes, int keytype, int c
 }
 
 void hash_delete_ht(hash_ht_t *handle) {
-  hash_ht_t ht = *handle;
-  *handle = nullptr;
-  if (ht == nullptr || ht->area == STG_AREA_NULL) return;
-  stg_free(ht->bkts);
-  stg_area_t area = ht->area;
-  stg_delete_area(&area);
+  signals_held([&] {
+    hash_ht_t ht = *handle;
+    *handle = nullptr;
+    if (ht == nullptr || ht->area == STG_AREA_NULL) return;
+    stg_free(ht->bkts);
+    stg_area_t area = ht->area;
+    stg_delete_area(&area);
+  });
 }
 
 uint32_t hash_set_dynamic(hash_ht_t ht, uint32_t limit) {
@@ -144,35 +169,37 @@ void hash_set_order(hash_ht_t ht) {
 
 uint32_t hash_get_key_bytes(hash_ht_t ht) { return ht->key_bytes; }
 
+// Signals are held for every change of a table: a fault leaves it with the cell or without.
+
 hash_cell_t *hash_create_cell(hash_ht_t ht, uint32_t hash) {
   if (ht->area == STG_AREA_NULL) return nullptr;
-  hash_cell_t *cell = ht->free_list;
-  if (cell != nullptr) {
-    ht->free_list = cell->next;
-  } else {
-    cell = alloc_cell(ht);
-    if (cell == nullptr) return nullptr;
-  }
-  if (ht->order != 0) link_last(ht, cell);
-  cell->hval = hash;
-  push_front(ht, cell);
-  ++ht->cells;
-  if (ht->limit != 0 && ht->cells > ht->climit) hash_resize(ht);
+  hash_cell_t *cell = nullptr;
+  signals_held([&] {
+    cell = take_cell(ht);
+    if (cell == nullptr) return;
+    if (ht->order != 0) link_last(ht, cell);
+    cell->hval = hash;
+    push_front(ht, cell);
+    ++ht->cells;
+    if (ht->limit != 0 && ht->cells > ht->climit) hash_resize(ht);
+  });
   return cell;
 }
 
 void hash_free_cell(hash_ht_t ht, hash_cell_t *cell, hash_cell_t *previous_in_bucket) {
-  if (ht->order != 0) unlink_order(ht, cell);
-  if (previous_in_bucket != nullptr) {
-    previous_in_bucket->next = cell->next;
-  } else {
-    const uint32_t bucket = ht->bucket_of(cell->hval);
-    ht->bkts[bucket] = cell->next;
-    if (cell->next == nullptr) ht->marks[bucket] = 0;
-  }
-  --ht->cells;
-  cell->next = ht->free_list;
-  ht->free_list = cell;
+  signals_held([&] {
+    if (ht->order != 0) unlink_order(ht, cell);
+    if (previous_in_bucket != nullptr) {
+      previous_in_bucket->next = cell->next;
+    } else {
+      const uint32_t bucket = ht->bucket_of(cell->hval);
+      ht->bkts[bucket] = cell->next;
+      if (cell->next == nullptr) ht->marks[bucket] = 0;
+    }
+    --ht->cells;
+    cell->next = ht->free_list;
+    ht->free_list = cell;
+  });
 }
 
 void ks::hash_report_null_key() { print<KS_MSG_HASH_ERROR>(IMSG_TYPE_ERROR); }
@@ -189,20 +216,13 @@ void ks::hash_drop_cell(hash_ht_t ht, hash_cell_t *cell) {
 
 void hash_resize(hash_ht_t ht) {
   if (ht->bucket_count >= kMostBuckets || ht->area == STG_AREA_NULL) return;
-  const hash_table old = *ht;
-  const uint32_t count = std::min(prime_size(old.bucket_count + 1), kMostBuckets);
-  hash_cell_t **bkts = make_buckets(count);
-  if (bkts == nullptr) return;
-  set_buckets(ht, bkts, count);
-  uint32_t bucket;
-  for (uint32_t from = 0; (bucket = hash_filled_from(old, from)) < old.bucket_count;
-       from = bucket + 1) {
-    hash_fetch_ahead(old, from, bucket);
-    hash_cell_t *next;
-    for (hash_cell_t *cell = old.bkts[bucket]; cell != nullptr; cell = next) {
-      next = cell->next;
-      push_front(ht, cell);
-    }
-  }
-  stg_free(old.bkts);
+  signals_held([&] {
+    const hash_table old = *ht;
+    const uint32_t count = std::min(prime_size(old.bucket_count + 1), kMostBuckets);
+    hash_cell_t **bkts = make_buckets(count);
+    if (bkts == nullptr) return;
+    set_buckets(ht, bkts, count);
+    move_cells(old, ht);
+    stg_free(old.bkts);
+  });
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/ks_frame.h"
 #include "hash.h"
 #include "stg.h"
 
@@ -107,6 +108,19 @@ inline uint32_t hash_bytes(const void *key, size_t count) {
 // Takes out a cell that has just been made and got no key.
 [[gnu::cold]] void hash_drop_cell(hash_ht_t ht, hash_cell_t *cell);
 
+// A new cell with its key, or NULL without storage. Signals are held: nobody sees a cell without key.
+template <class Store>
+inline hash_cell_t *hash_enter_cell(hash_ht_t ht, uint32_t hash, Store store) {
+  hash_cell_t *cell = nullptr;
+  signals_held([&] {
+    cell = hash_create_cell(ht, hash);
+    if (cell == nullptr || store(cell)) return;
+    hash_drop_cell(ht, cell);
+    cell = nullptr;
+  });
+  return cell;
+}
+
 enum class HashAction { kLookUp, kEnter, kFree };
 
 struct HashFound {
@@ -131,10 +145,7 @@ inline HashFound hash_act(hash_ht_t ht, uint32_t hash, uint8_t mark, Holds holds
     return {cell, true};
   }
   if (kAction != HashAction::kEnter) return {nullptr, false};
-  cell = hash_create_cell(ht, hash);
-  if (cell == nullptr || store(cell)) return {cell, false};
-  hash_drop_cell(ht, cell);
-  return {nullptr, false};
+  return {hash_enter_cell(ht, hash, store), false};
 }
 
 }  // namespace ks

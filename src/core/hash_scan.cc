@@ -6,8 +6,10 @@ using namespace ks;
 constinit hash_cell_t ks::hash_no_cell = {};
 
 bool ks::hash_start_scan(hash_scan_t **scan) {
-  *scan = static_cast<hash_scan_t *>(stg_malloc(sizeof(hash_scan_t)));
-  if (*scan != nullptr) **scan = {};
+  signals_held([&] {
+    *scan = static_cast<hash_scan_t *>(stg_malloc(sizeof(hash_scan_t)));
+    if (*scan != nullptr) **scan = {UINT32_MAX, &hash_no_cell};
+  });
   return *scan != nullptr;
 }
 
@@ -22,6 +24,8 @@ int hash_next_in_order(hash_ht_t ht, hash_scan_t **scan, hash_cell_t **cell) {
 }
 
 void hash_term_scan(hash_scan_t **scan) {
-  stg_free(*scan);
-  *scan = nullptr;
+  signals_held([&] {
+    stg_free(*scan);
+    *scan = nullptr;
+  });
 }

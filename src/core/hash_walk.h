@@ -7,7 +7,7 @@
 
 struct hash_scan {
   uintptr_t bucket;   // of the cell, unless the scan is in order of entry
-  hash_cell_t *cell;  // the last one given out
+  hash_cell_t *cell;  // the last one given out; hash_no_cell before the first
 };
 
 namespace [[gnu::visibility("hidden")]] ks {
@@ -47,31 +47,24 @@ inline uint32_t hash_filled_from(const hash_table &table, uint32_t bucket) {
 bool hash_start_scan(hash_scan_t **scan);
 
 inline hash_cell_t *hash_next_cell(hash_ht_t ht, hash_scan_t **scan) {
-  uint32_t from = 0;
-  if (*scan != nullptr) {
-    hash_cell_t *next = (*scan)->cell->next;
-    if (next != nullptr) return (*scan)->cell = next;
-    from = static_cast<uint32_t>((*scan)->bucket) + 1;
-  } else if (!hash_start_scan(scan)) {
-    return nullptr;
-  }
+  if (*scan == nullptr && !hash_start_scan(scan)) return nullptr;
+  hash_cell_t *next = (*scan)->cell->next;
+  if (next != nullptr) return (*scan)->cell = next;
+  const uint32_t from = static_cast<uint32_t>((*scan)->bucket) + 1;
   const uint32_t bucket = hash_filled_from(*ht, from);
   if (bucket == ht->bucket_count) {
     hash_term_scan(scan);
     return nullptr;
   }
   hash_fetch_ahead(*ht, from, bucket);
-  (*scan)->bucket = bucket;
-  return (*scan)->cell = ht->bkts[bucket];
+  signals_held([&] { **scan = {bucket, ht->bkts[bucket]}; });
+  return (*scan)->cell;
 }
 
 inline hash_cell_t *hash_next_cell_in_order(hash_ht_t ht, hash_scan_t **scan) {
-  hash_cell_t *next = nullptr;
-  if (*scan != nullptr) {
-    next = HashOrder::of((*scan)->cell).order;
-  } else if (hash_start_scan(scan)) {
-    next = ht->first;
-  }
+  if (*scan == nullptr && !hash_start_scan(scan)) return nullptr;
+  hash_cell_t *last = (*scan)->cell;
+  hash_cell_t *next = last != &hash_no_cell ? HashOrder::of(last).order : ht->first;
   if (next == nullptr) {
     hash_term_scan(scan);
     return nullptr;

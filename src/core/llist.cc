@@ -4,6 +4,9 @@
 #include <cstddef>
 
 #include "core/ks_assert.h"
+#include "core/ks_frame.h"
+
+using namespace ks;
 
 static_assert(sizeof(llist_d) == 3 * sizeof(void *));
 static_assert(offsetof(llist_d, next) == 0);
@@ -14,7 +17,8 @@ namespace {
 
 // The ring that an all-zero head stands for. The head's data word is not ours to touch.
 void close_ring(llist_d *head) {
-  if (head->next == nullptr) head->next = head->prev = head;
+  if (head->next != nullptr) return;
+  signals_held([&] { head->next = head->prev = head; });
 }
 
 llist_d *first_not_behind(llist_d *head, void *data, llist_d_mode_t compare) {
@@ -38,17 +42,21 @@ void llist_d_insert(llist_d *head, void *data, llist_d *element, llist_d_mode_t 
 
 void llist_d_insert_before(llist_d *head, void *data, llist_d *element, llist_d *before) {
   close_ring(head);
-  *element = {before, before->prev, data};
-  before->prev->next = element;
-  before->prev = element;
+  signals_held([&] {
+    *element = {before, before->prev, data};
+    before->prev->next = element;
+    before->prev = element;
+  });
 }
 
 void *llist_d_remove(llist_d *elem) {
   KS_ASSERT(elem->next != NULL && elem->prev != NULL);
   void *data = elem->data;
-  elem->prev->next = elem->next;
-  elem->next->prev = elem->prev;
-  *elem = {};
+  signals_held([&] {
+    elem->prev->next = elem->next;
+    elem->next->prev = elem->prev;
+    *elem = {};
+  });
   return data;
 }
 

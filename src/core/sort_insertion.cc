@@ -48,7 +48,7 @@ void ks::sort_insert(const SortRecords &records, size_t count) {
     unsigned char *place = record;
     for (; place != base && compare(record, place - size, context) < 0; place -= size) ++moved;
     if (place == record) continue;
-    move_back(record, place, size);
+    signals_held([&] { move_back(record, place, size); });
     if (moved <= most_moved || moved <= kFarMoved * number) continue;
     if (sort_merge(records, count, number + 1)) return;
     most_moved = UINT64_MAX;  // there is no storage

@@ -46,8 +46,8 @@ inline constexpr size_t kMostNumbered = INT32_MAX;
 void sort_numbers(const SortRecords &records, size_t count, size_t sorted, uint32_t *numbers,
                   uint32_t *spare);
 
-// Moves the record with the number numbers[i] to place i, for all of them. `numbers` is used up;
-// `spare` has room for one record.
+// Moves the record with the number numbers[i] to place i, for all of them, with signals held.
+// `numbers` is used up; `spare` has room for one record.
 void sort_move(const SortRecords &records, size_t count, uint32_t *numbers, unsigned char *spare);
 
 // Runs `body` with a block of storage that goes away behind it, also when a comparison raises. The

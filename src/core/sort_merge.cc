@@ -42,6 +42,22 @@ struct Merging {
   }
 };
 
+// Moves the records of one cycle: the first is set aside, and its place filled from the next, until
+// that is the one set aside.
+void move_cycle(const SortRecords &records, uint32_t start, uint32_t *numbers,
+                unsigned char *spare) {
+  memcpy(spare, records.at(start), records.size);
+  uint32_t place = start;
+  uint32_t next;
+  while ((next = numbers[place]) != start) {
+    memcpy(records.at(place), records.at(next), records.size);
+    numbers[place] = place;
+    place = next;
+  }
+  memcpy(records.at(place), spare, records.size);
+  numbers[place] = place;
+}
+
 }  // namespace
 
 void ks::sort_numbers(const SortRecords &records, size_t count, size_t sorted, uint32_t *numbers,
@@ -52,21 +68,11 @@ void ks::sort_numbers(const SortRecords &records, size_t count, size_t sorted, u
 
 void ks::sort_move(const SortRecords &records, size_t count, uint32_t *numbers,
                    unsigned char *spare) {
-  // Each round follows one cycle: a record is set aside, and its place filled from the next, until
-  // that is the one set aside.
-  for (uint32_t start = 0; start < count; ++start) {
-    if (numbers[start] == start) continue;
-    memcpy(spare, records.at(start), records.size);
-    uint32_t place = start;
-    uint32_t next;
-    while ((next = numbers[place]) != start) {
-      memcpy(records.at(place), records.at(next), records.size);
-      numbers[place] = place;
-      place = next;
+  signals_held([&] {
+    for (uint32_t start = 0; start < count; ++start) {
+      if (numbers[start] != start) move_cycle(records, start, numbers, spare);
     }
-    memcpy(records.at(place), spare, records.size);
-    numbers[place] = place;
-  }
+  });
 }
 
 bool ks::sort_merge(const SortRecords &records, size_t count, size_t sorted) {

@@ -50,7 +50,10 @@ struct PlainSequence {
 
   size_t step() const { return kSize != 0 ? kSize : records.size; }
   int order(Place a, Place b) const { return records.compare(a, b, records.context); }
-  void swap(Place a, Place b) const { swap_bytes(a, b, step()); }
+  // Held, as every move of records is: a fault leaves each of them in the array once.
+  void swap(Place a, Place b) const {
+    signals_held([&] { swap_bytes(a, b, step()); });
+  }
 
   Place up_to_greater(Place at, Place pivot) const {
     while (at != pivot && order(at, pivot) <= 0) at += step();

@@ -23,9 +23,10 @@ struct StackNode {
 }  // namespace
 
 struct stack *stack_create(stg_area_t area, size_t default_length) {
+  pfm_inhibit();
   struct stack *made = static_cast<struct stack *>(stg_alloc(area, sizeof(struct stack)));
-  if (made == nullptr) return nullptr;
-  *made = {area, list_create(area, 0), nullptr, default_length};
+  if (made != nullptr) *made = {area, list_create(area, 0), nullptr, default_length};
+  pfm_enable();
   return made;
 }
 
@@ -49,11 +50,13 @@ int stack_pop(struct stack *stack, void **data, size_t *length) {
   *data = nullptr;
   *length = 0;
   if (stack->top == nullptr) return 1;
+  pfm_inhibit();
   StackNode *node = static_cast<StackNode *>(list_get_data(stack->list, stack->top));
   *data = node->data;
   *length = node->length;
   stack->top = node->previous_top;
   if (stack->area == STG_AREA_HEAP) stg_free(node);
+  pfm_enable();
   return 0;
 }
 

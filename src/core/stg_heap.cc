@@ -44,10 +44,9 @@ struct CheckedBlock {
     memset(data() + size, kGuard, guard_size());
   }
 
-  void check() const {
-    const unsigned char *damage = stg_first_difference(data() + size(), guard_size(), kGuard);
-    if (damage == nullptr) return;
-    print<STG_MSG_BLOCK_OVERWRITTEN>(IMSG_TYPE_ERROR, address(data()), address(damage));
+  // The first byte of the guard that is not as it was set, or NULL.
+  const unsigned char *damage() const {
+    return stg_first_difference(data() + size(), guard_size(), kGuard);
   }
 
   void overwrite() const {
@@ -58,18 +57,34 @@ struct CheckedBlock {
 
 bool checking() { return tracing("ks/stg", 1); }
 
+// A trace does not hide the errno of the failure that it reports.
+template <class Print>
+void trace(Print print) {
+  if (!tracing("ks/stg", 5)) return;
+  const int error = errno;
+  print();
+  errno = error;
+}
+
+void report_damage(const void *block, const unsigned char *damage) {
+  if (damage == nullptr) return;
+  print<STG_MSG_BLOCK_OVERWRITTEN>(IMSG_TYPE_ERROR, address(block), address(damage));
+}
+
 // Makes `block`, which may be NULL, `size` bytes long; with checking its layout is kept. NULL when
 // there is no storage. The header has room for 32 bits.
 void *resize_checked(void *block, size_t size) {
   if (size > UINT32_MAX - kOverhead - kStgUnit) return nullptr;
   void *old = block != nullptr ? CheckedBlock::of(block).header : nullptr;
-  unsigned char *header = nullptr;
-  signals_held(
-      [&] { header = static_cast<unsigned char *>(realloc(old, stg_round_up(size) + kOverhead)); });
-  if (header == nullptr) return nullptr;
-  const CheckedBlock checked = {header};
-  checked.set_size(static_cast<uint32_t>(size));
-  return checked.data();
+  unsigned char *data = nullptr;
+  signals_held([&] {
+    void *header = realloc(old, stg_round_up(size) + kOverhead);
+    if (header == nullptr) return;
+    const CheckedBlock checked = {static_cast<unsigned char *>(header)};
+    checked.set_size(static_cast<uint32_t>(size));
+    data = checked.data();
+  });
+  return data;
 }
 
 void *malloc_checked(size_t size) {
@@ -95,35 +110,26 @@ void free_plain(void *block) {
 
 // The same with all that the trace settings ask for.
 [[gnu::cold, gnu::noinline]] void *malloc_traced(size_t size) {
-  void *block = checking() ? malloc_checked(size) : malloc_plain(size);
-  if (block == nullptr) stg_exhausted();
-  if (tracing("ks/stg", 5)) {
-    print<STG_MSG_BLOCK_ALLOCATED>(IMSG_TYPE_TRACE, address(block), static_cast<unsigned>(size));
-  }
+  void *block = stg_take(size);
+  stg_tell_taken(block, size);
   return block;
 }
 
 [[gnu::cold, gnu::noinline]] void *realloc_traced(void *old, size_t size) {
   const bool checked = checking();
   const unsigned long old_address = address(old);
-  if (checked && old != nullptr) CheckedBlock::of(old).check();
+  if (checked && old != nullptr) report_damage(old, CheckedBlock::of(old).damage());
   void *block = checked ? resize_checked(old, size) : realloc_plain(old, size);
   if (block == nullptr) stg_exhausted();
-  if (tracing("ks/stg", 5)) {
+  trace([&] {
     print<STG_MSG_BLOCK_REALLOCATED>(IMSG_TYPE_TRACE, old_address, address(block),
                                      static_cast<unsigned>(size));
-  }
+  });
   return block;
 }
 
 [[gnu::cold, gnu::noinline]] void free_traced(void *block) {
-  if (tracing("ks/stg", 5)) print<STG_MSG_BLOCK_FREED>(IMSG_TYPE_TRACE, address(block));
-  if (block == nullptr) return;
-  if (!checking()) return free_plain(block);
-  const CheckedBlock checked = CheckedBlock::of(block);
-  checked.check();
-  checked.overwrite();
-  free_plain(checked.header);
+  stg_tell_given_back(block, stg_give_back(block));
 }
 
 }  // namespace
@@ -132,6 +138,32 @@ void *ks::stg_exhausted() {
   print<STG_MSG_NO_MEMORY>(IMSG_TYPE_ERROR);
   errno = ENOMEM;
   return nullptr;
+}
+
+void *ks::stg_take(size_t size) { return checking() ? malloc_checked(size) : malloc_plain(size); }
+
+void ks::stg_tell_taken(const void *block, size_t size) {
+  if (block == nullptr) stg_exhausted();
+  trace([&] {
+    print<STG_MSG_BLOCK_ALLOCATED>(IMSG_TYPE_TRACE, address(block), static_cast<unsigned>(size));
+  });
+}
+
+const unsigned char *ks::stg_give_back(void *block) {
+  if (block == nullptr || !checking()) {
+    free_plain(block);
+    return nullptr;
+  }
+  const CheckedBlock checked = CheckedBlock::of(block);
+  const unsigned char *damage = checked.damage();
+  checked.overwrite();
+  free_plain(checked.header);
+  return damage;
+}
+
+void ks::stg_tell_given_back(const void *block, const unsigned char *damage) {
+  trace([&] { print<STG_MSG_BLOCK_FREED>(IMSG_TYPE_TRACE, address(block)); });
+  report_damage(block, damage);
 }
 
 const unsigned char *ks::stg_first_difference(const unsigned char *bytes, size_t count,

@@ -19,6 +19,14 @@ inline unsigned long address(const void *object) { return reinterpret_cast<unsig
 // Prints that there is no more memory and sets errno. Result: NULL, for the caller to return.
 [[gnu::cold]] void *stg_exhausted();
 
+// stg_malloc and stg_free in two parts, for stretches with signals held, in which nothing is printed:
+// first what is done, then, when signals may come again, what is said of it.
+void *stg_take(size_t size);
+void stg_tell_taken(const void *block, size_t size);
+// Result: the first byte that was overwritten behind the block, or NULL.
+const unsigned char *stg_give_back(void *block);
+void stg_tell_given_back(const void *block, const unsigned char *damage);
+
 // The first of `count` bytes that is not `value`, or NULL.
 const unsigned char *stg_first_difference(const unsigned char *bytes, size_t count,
                                           unsigned char value);

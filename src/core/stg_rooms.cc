@@ -4,8 +4,6 @@
 #include <bit>
 #include <cstdlib>
 
-#include "core/ks_frame.h"
-
 using namespace ks;
 
 namespace {
@@ -18,12 +16,10 @@ constexpr uint32_t kFewChunks = 16;  // so many are walked
 // and the next chunk tries again.
 void StgRooms::build(StgChunk *newest) {
   const uint32_t leaves = std::bit_ceil(count) * 2;
-  signals_held([&] {
-    free(chunks);
-    chunks = static_cast<StgChunk **>(calloc(leaves, sizeof *chunks + 2 * sizeof *tree));
-    tree = chunks != nullptr ? reinterpret_cast<uint32_t *>(chunks + leaves) : nullptr;
-  });
-  if (tree == nullptr) return;
+  drop_tree();
+  chunks = static_cast<StgChunk **>(calloc(leaves, sizeof *chunks + 2 * sizeof *tree));
+  if (chunks == nullptr) return;
+  tree = reinterpret_cast<uint32_t *>(chunks + leaves);
   capacity = leaves;
   uint32_t index = count;
   for (StgChunk *chunk = newest; chunk != nullptr; chunk = chunk->next) {
@@ -46,9 +42,17 @@ void StgRooms::append(StgChunk *newest) {
 }
 
 void StgRooms::update(const StgChunk *chunk) {
-  if (tree == nullptr) return;
-  uint32_t node = capacity + chunk->index;
-  tree[node] = chunk->room();
+  if (tree != nullptr) set_room(chunk->index, chunk->room());
+}
+
+void StgRooms::remove_newest() {
+  --count;
+  if (tree != nullptr) set_room(count, 0);
+}
+
+void StgRooms::set_room(uint32_t index, uint32_t room) {
+  uint32_t node = capacity + index;
+  tree[node] = room;
   while (node > 1) {
     node /= 2;
     const uint32_t largest = std::max(tree[2 * node], tree[2 * node + 1]);
@@ -74,7 +78,9 @@ StgChunk *StgRooms::oldest_with(uint32_t room, StgChunk *newest) const {
   return chunks[node - capacity];
 }
 
-void StgRooms::clear() {
-  signals_held([&] { free(chunks); });
-  *this = {};
+void StgRooms::drop_tree() {
+  free(chunks);
+  chunks = nullptr;
+  tree = nullptr;
+  capacity = 0;
 }

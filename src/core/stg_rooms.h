@@ -22,7 +22,7 @@ struct StgChunk {
 
 // A tree over chunks in the order of their age, in which each node holds the largest room below it.
 // It is only a help: with few chunks, or when there was no storage for it, there is none, and the
-// chunks themselves are walked.
+// chunks themselves are walked. All calls are made with signals held.
 struct StgRooms {
   StgChunk **chunks;  // by age, the oldest first; from malloc, with the tree behind
   uint32_t *tree;     // node 1 is the root, leaf i is node capacity + i; NULL for none
@@ -39,11 +39,15 @@ struct StgRooms {
   // The oldest chunk of the list `newest` with at least `room` bytes, or NULL.
   StgChunk *oldest_with(uint32_t room, StgChunk *newest) const;
 
-  // Forgets all chunks.
-  void clear();
+  // Tells that the newest of the chunks told of is none of them any more.
+  void remove_newest();
+
+  // Gives the tree back. The next chunk told of makes a new one.
+  void drop_tree();
 
  private:
   void build(StgChunk *newest);
+  void set_room(uint32_t index, uint32_t room);
 };
 
 }  // namespace ks

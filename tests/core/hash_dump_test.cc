@@ -1,6 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/time.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -11,9 +15,14 @@
 #include "core/hash_internal.h"
 #include "core/hash_support.h"
 #include "hash.h"
+#include "pfm.h"
+#include "support/landing.h"
+#include "support/signals.h"
 
 using hash_test::in_child;
+using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
@@ -148,6 +157,72 @@ TEST(HashDump, OrderAloneShowsTheLineOfLimits) {
   hash_ht_t ht = hash_int_create(1, 8);
   hash_set_order(ht);
   EXPECT_THAT(dump(ht), HasSubstr("\n       limit=0, climit=0, order=T, 1cell="));
+  hash_delete_ht(&ht);
+}
+
+TEST(HashDump, IsWrittenBehindWhatStdoutHoldsAndDoesNotWaitThere) {
+  hash_ht_t ht = hash_int_create(1, 4);
+  const ks_test::Outcome outcome = ks_test::in_child([ht] {
+    fputs("before\n", stdout);
+    hash_dump(ht);
+    hash_dump_stats(ht);
+    _exit(0);
+  });
+  EXPECT_THAT(outcome.out, StartsWith("before\n-------------------------- Hash Table Dump "));
+  EXPECT_THAT(outcome.out, EndsWith("\n#buckets with 0 entries: 1\n"));
+  hash_delete_ht(&ht);
+}
+
+TEST(HashDump, OfManyCellsAndLongKeysIsWhole) {
+  hash_ht_t ht = hash_str_create(1, 0, 0);
+  const std::string longest(10000, 'k');
+  std::vector<std::string> keys = {longest};
+  for (int count = 0; count < 200; ++count) keys.push_back("key " + std::to_string(count));
+  const char *stored;
+  void *data;
+  for (const std::string &key : keys) hash_str_enter(ht, key.c_str(), &stored, &data);
+  const std::string text = dump(ht);
+  for (const std::string &key : keys) {
+    EXPECT_THAT(text, HasSubstr("    key=\"" + key + "\"\n"));
+  }
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 4 + 2 * 201);
+  hash_delete_ht(&ht);
+}
+
+TEST(HashDump, ThatCannotBeWrittenIsToldByTheIndicator) {
+  hash_ht_t ht = hash_int_create(1, 4);
+  const ks_test::Outcome outcome = ks_test::in_child([ht] {
+    if (freopen("/dev/full", "w", stdout) == nullptr) _exit(2);
+    hash_dump(ht);
+    _exit(ferror(stdout) != 0 ? 0 : 1);
+  });
+  EXPECT_EQ(outcome.end(), "exit 0");
+  hash_delete_ht(&ht);
+}
+
+// A pipe whose reader takes its time, and a routine that raises.
+TEST(HashDump, ARoutineThatRaisesLeavesStdoutFitForUse) {
+  hash_ht_t ht = hash_str_create(1, 0, 0);
+  const std::string key(200000, 'k');
+  const char *stored;
+  void *data;
+  hash_str_enter(ht, key.c_str(), &stored, &data);
+  const ks_test::Outcome outcome = ks_test::in_child([ht] {
+    int ends[2];
+    if (pipe(ends) != 0) _exit(1);
+    const int out = dup(STDOUT_FILENO);
+    dup2(ends[1], STDOUT_FILENO);
+    pfm_signal(SIGALRM, ks_test::raise_number);
+    const itimerval soon = {{}, {0, 20000}};
+    setitimer(ITIMER_REAL, &soon, nullptr);
+    if (ks_test::land([ht] { hash_dump(ht); }).status != SIGALRM) _exit(2);
+    dup2(out, STDOUT_FILENO);
+    puts("afterwards");
+    fflush(stdout);
+    _exit(0);
+  });
+  EXPECT_EQ(outcome.end(), "exit 0");
+  EXPECT_EQ(outcome.out, "afterwards\n");
   hash_delete_ht(&ht);
 }
 

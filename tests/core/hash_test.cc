@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -11,7 +12,10 @@
 #include "core/hash_support.h"
 #include "core/stg_watch.h"
 #include "hash.h"
+#include "pfm.h"
 #include "support/faults.h"
+#include "support/landing.h"
+#include "support/signals.h"
 
 using hash_test::in_child;
 using hash_test::kNoMemory;
@@ -357,6 +361,25 @@ TEST(HashOutOfMemory, AffectsNoOtherTable) {
   });
   EXPECT_EQ(outcome.end(), "exit 0");
   EXPECT_EQ(outcome.out, "1001");
+}
+
+// A fault that comes in the middle of the growth of a table lands behind it.
+TEST(HashResize, LosesNothingWhenAFaultLeavesIt) {
+  pfm_signal(SIGUSR1, ks_test::raise_number);
+  for (const char *call : {"malloc", "free"}) {
+    hash_ht_t ht = hash_int_create(2, 4);
+    hash_set_order(ht);
+    hash_set_dynamic(ht, 1);
+    enter(ht, 10);
+    enter(ht, 20);
+    ks_test::signal_in_call(call, 0, SIGUSR1);
+    EXPECT_EQ(ks_test::land([&] { enter(ht, 30); }).status, SIGUSR1) << call;
+    EXPECT_EQ(ht->bucket_count, 3u);
+    for (intptr_t key : {10, 20, 30}) EXPECT_EQ(look_up(ht, key), 1) << call;
+    EXPECT_EQ(enter(ht, 40), 0);
+    EXPECT_EQ(chain(ht).size(), 4u);
+    hash_delete_ht(&ht);
+  }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstring>
 
 #include <functional>
@@ -11,10 +12,13 @@
 #include <vector>
 
 #include "imsg.h"
+#include "pfm.h"
 #include "stg.h"
 #include "support/child.h"
 #include "support/faults.h"
+#include "support/landing.h"
 #include "support/random.h"
+#include "support/signals.h"
 
 #if !defined(__SANITIZE_ADDRESS__)
 #define __SANITIZE_ADDRESS__ 0
@@ -528,6 +532,68 @@ TEST(AreaDump, DeletedAreasLeaveTheList) {
     stg_delete_area(&last);
   });
   EXPECT_THAT(outcome.out, MatchesRegex("[^\n]* 1st=7 [^\n]*\n"));
+}
+
+// Fills an area whose chunks each hold two blocks of 24 bytes.
+void fill_chunks(stg_area_t area, int chunks) {
+  for (int i = 0; i < 2 * chunks; ++i) memset(stg_alloc(area, 24), 'x', 24);
+}
+
+// Runs `body`, with a fault that comes in the middle of the nth call of free. Result: whether the
+// fault has left it, and then `cleanup` has run.
+template <class Body, class Cleanup>
+bool left_in_free(int nth, Body body, Cleanup cleanup) {
+  constexpr int kNever = 1 << 30;
+  pfm_signal(SIGUSR1, ks_test::raise_number);
+  ks_test::signal_in_call("free", nth, SIGUSR1);
+  const bool left = ks_test::land(body, cleanup).status != 0;
+  ks_test::signal_in_call("free", kNever, SIGUSR1);
+  return left;
+}
+
+constexpr int kManyChunks = 40;  // enough to be looked up in a tree
+
+TEST_F(Area, CanBeUsedAfterAFaultHasLeftItsClearing) {
+  for (int keep_first : {0, 1}) {
+    bool left = true;
+    for (int nth = 0; left; ++nth) {
+      create(48);
+      fill_chunks(area, kManyChunks);
+      left = left_in_free(
+          nth, [&] { stg_free_area(area, keep_first); }, [] {});
+      EXPECT_TRUE(left || dump(area).chunks == keep_first) << nth;
+      fill_chunks(area, kManyChunks);
+      stg_free_area(area, 1);
+      EXPECT_EQ(dump(area).chunks, 1) << nth;
+      fill_chunks(area, kManyChunks);
+      EXPECT_EQ(dump(area).chunks, kManyChunks) << nth;
+      stg_delete_area(&area);
+      ASSERT_LT(nth, 4 * kManyChunks);
+    }
+  }
+}
+
+TEST_F(Area, MayBeDeletedByTheCleanupOfItsDeletion) {
+  bool left = true;
+  for (int nth = 0; left; ++nth) {
+    stg_area_t before = stg_create_area(1001);
+    create(48);
+    stg_area_t behind = stg_create_area(1002);
+    fill_chunks(area, kManyChunks);
+    left = left_in_free(
+        nth, [&] { stg_delete_area(&area); },
+        [&] {
+          if (area != STG_AREA_NULL) stg_delete_area(&area);
+        });
+    EXPECT_EQ(area, STG_AREA_NULL);
+    const std::string all = in_child(stg_dump).out;
+    EXPECT_THAT(all, MatchesRegex("\\(stg\\) area 0x[0-9A-F]+: [^\n]* 1st=1001 [^\n]*\n"
+                                  "\\(stg\\) area 0x[0-9A-F]+: [^\n]* 1st=1002 [^\n]*\n"))
+        << nth;
+    stg_delete_area(&before);
+    stg_delete_area(&behind);
+    ASSERT_LT(nth, 4 * kManyChunks);
+  }
 }
 
 }  // namespace

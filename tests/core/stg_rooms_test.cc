@@ -18,7 +18,7 @@ namespace {
 // A list of chunks as an area has it, newest first, with the rooms told of.
 class Chunks {
  public:
-  ~Chunks() { rooms.clear(); }
+  ~Chunks() { rooms.drop_tree(); }
 
   void add(uint32_t room) {
     chunks.push_back(std::make_unique<StgChunk>());
@@ -31,6 +31,12 @@ class Chunks {
   void use(size_t number, uint32_t bytes) {
     chunks[number]->used += bytes;
     rooms.update(chunks[number].get());
+  }
+
+  void remove_newest() {
+    newest = newest->next;
+    rooms.remove_newest();
+    chunks.pop_back();
   }
 
   // Number of the oldest chunk with room by a plain walk, and by the rooms; -1 for none.
@@ -57,8 +63,13 @@ TEST(StgRooms, AnswersLikeAWalkOverAllChunks) {
   ks_test::Random random(20261121);
   Chunks some;
   for (int step = 0; step < 3000; ++step) {
-    if (some.chunks.empty() || random() % 4 == 0) {
+    const uint32_t choice = some.chunks.empty() ? 0 : random() % 16;
+    if (choice < 4) {
       some.add(random() % 500 * 8);
+    } else if (choice == 4) {
+      some.remove_newest();
+    } else if (choice == 5 && random() % 16 == 0) {
+      some.rooms.drop_tree();
     } else {
       const size_t number = random() % some.chunks.size();
       const uint32_t room = some.chunks[number]->room();
@@ -83,12 +94,16 @@ TEST(StgRooms, AnswersWithoutStorageAndTriesAgain) {
   EXPECT_EQ(some.ask(24), 19);
 }
 
-TEST(StgRooms, KnowsNoChunkAfterClearing) {
+TEST(StgRooms, WithoutItsTreeKnowsTheSameChunks) {
   Chunks some;
-  for (int i = 0; i < 40; ++i) some.add(8);
-  some.rooms.clear();
-  EXPECT_EQ(some.rooms.oldest_with(8, nullptr), nullptr);
-  EXPECT_EQ(some.rooms.count, 0u);
+  for (int i = 0; i < 40; ++i) some.add(i == 7 ? 16 : 8);
+  some.rooms.drop_tree();
+  EXPECT_EQ(some.rooms.tree, nullptr);
+  EXPECT_EQ(some.rooms.count, 40u);
+  EXPECT_EQ(some.ask(16), 7);
+  while (some.chunks.size() > 7) some.remove_newest();
+  EXPECT_EQ(some.rooms.count, 7u);
+  EXPECT_EQ(some.ask(16), -1);
 }
 
 }  // namespace
