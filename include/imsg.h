@@ -3,7 +3,8 @@
  * A message is named by a table and an index (imsg_table.h). Its text is a printf format, taken
  * from the catalog of the user's language or else from the table. Wherever a call takes (table,
  * number), number -1 means that `table` is itself a printf format: imsg_print(type, "%s\n", -1,
- * text).
+ * text). A catalog's text that reads other arguments than the table's is another version's and is
+ * not used.
  *
  * The type of a message decides its prefix and its stream. Printing never ends the process and
  * never raises by itself; each text brings its own newline.
@@ -42,9 +43,16 @@ enum {
   IMSG_TYPE_LOG_ONLY = 10 /* dropped unless a log is open */
 };
 
+/* A standard descriptor that is closed when the library is loaded is taken there and then by
+ * /dev/null, opened the wrong way round: for writing as 0, for reading as 1 and 2. So no file that
+ * the program opens gets its number and with it the messages, and reading and printing there fail
+ * with EBADF as they would without. What the program closes itself later stays closed. */
+
 /* imsg_print prints one message. A type above 10 prints as an error with the prefix "System
  * message: ". A number that the table does not have ends the process after error messages that say
- * so. Result: 0, of no meaning. */
+ * so. Result: 0, of no meaning: a message that could not be written whole sets the indicator of its
+ * stream, and a program whose output matters asks ferror(stdout) before it ends with 0. A signal
+ * whose routine returns cuts no message. */
 KS_API int imsg_print(int type, const void *table, int number, ...);
 
 /* The same with the subsystem's name given, for modules that share a table; NULL means the
@@ -78,8 +86,8 @@ KS_API int imsg_snprintf_type(char *dest, size_t size, int type, const void *tab
 
 /* cat_extractmsg returns the text of a message in the user's language: from the catalog that the
  * table names, found by catopen(3) with NLSPATH and LANG, or else the table's own. Two catalogs
- * stay open. The index is not checked. The text lives until the catalog is closed, at the soonest
- * when texts of two other catalogs have been asked for. */
+ * stay open. The index is not checked, nor what the text reads as a format. The text lives until
+ * the catalog is closed, at the soonest when texts of two other catalogs have been asked for. */
 KS_API const char *cat_extractmsg(const imsg_table_t *table, int index);
 
 /* imsg_strerror returns the system's text for an errno value; a value that is not above 0 gives the
@@ -200,11 +208,13 @@ KS_API int imsg_in_gui(void);
  * imsg_fputs writes a text with its marks worked out and flushes the stream. The first call looks at
  * the terminal that stdout is, by TERM: without it, with NORVA_NO_BOLD, or in the background there
  * are no styles, and in the background a terminal does not stop the call.
- * Result: 0, or -1 when not all of it could be written. Prints no message. */
+ * What the stream holds goes out first. A signal whose routine returns cuts nothing.
+ * Result: 0, or -1 with errno and ferror(stream) set when not all of it could be written, as to a
+ * full pipe that does not wait (EAGAIN). Prints no message. */
 KS_API int imsg_fputs(const char *text, FILE *stream);
 
 /* imsg_putchar writes a byte to the stream that imsg_fputs was last called with, stdout before any
- * call, for tputs(3). Result: the byte, or EOF. */
+ * call, for tputs(3), and flushes the stream. Result: the byte, or EOF. */
 KS_API int imsg_putchar(int character);
 
 /* imsg_strip_style_chars copies a text without its style marks; `dest` has room for `source` whole,

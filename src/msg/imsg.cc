@@ -11,6 +11,7 @@
 #include "imsg_msg.h"
 #include "ks_print.h"
 #include "strutl.h"
+#include "text/ks_zone.h"
 
 namespace ks {
 bool imsg_initialized = false;
@@ -36,12 +37,11 @@ void ks::format_time_stamp(char *ts, size_t ts_sz) {
   struct timeval now;
   date_get_timeval(&now);
   struct tm local = {};
-  signals_held([&] {  // reading the zone allocates
-    tzset();
-    localtime_r(&now.tv_sec, &local);
-  });
+  local_time(now.tv_sec, &local);
   char clock[16];
-  strftime(clock, sizeof clock, "%H:%M:%S", &local);
+  signals_held([&] {  // libc loads the words of a locale under a lock
+    strftime(clock, sizeof clock, "%H:%M:%S", &local);
+  });
   const size_t ts_count = static_cast<size_t>(
       strutl_snprintf(ts, ts_sz, "%s.%.3d", clock, static_cast<int>(now.tv_usec / 1000)));
   KS_ASSERT(ts_count <= ts_sz);

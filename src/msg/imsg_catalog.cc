@@ -1,6 +1,7 @@
 // Texts in the user's language: two message catalogs, kept open.
 #include <nl_types.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -8,6 +9,7 @@
 #include "core/ks_frame.h"
 #include "date.h"
 #include "imsg.h"
+#include "imsg_arguments.h"
 
 using namespace ks;
 
@@ -72,14 +74,26 @@ int choose_slot() {
   return chosen;
 }
 
+nl_catd open_over_signals(const char *library) {
+  nl_catd catalog;
+  do {
+    errno = 0;
+    catalog = catopen(library, 0);
+  } while (catalog == kClosed && errno == EINTR);
+  return catalog;
+}
+
 // A catalog that will not open is remembered by its name, and not tried again while it keeps it.
 // Without storage for the name nothing is opened, and the next message tries again.
 void open_catalog(Slot &slot, const char *library) {
   signals_held([&] {
-    if (slot.catalog != kClosed) catclose(slot.catalog);
+    if (slot.catalog != kClosed) {
+      catclose(slot.catalog);
+      forget_safe_formats();
+    }
     free(slot.name);
     slot = {kClosed, strdup(library), {}};
-    if (slot.name != nullptr) slot.catalog = catopen(library, 0);
+    if (slot.name != nullptr) slot.catalog = open_over_signals(library);
   });
 }
 

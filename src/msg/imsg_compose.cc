@@ -5,6 +5,7 @@
 #include "core/ks_frame.h"
 #include "imsg.h"
 #include "imsg_internal.h"
+#include "ks_stream.h"
 #include "strutl.h"
 
 using namespace ks;
@@ -51,6 +52,14 @@ int expand_prefix(int type, const char *format, const PrefixNames &names) {
   return strutl_snprintf(output.text, size, format, imsg_get_app_name(), names.subsys);
 }
 
+// Past the module's own printing, which has just failed.
+void trace_lost_prefix() {
+  char line[64];
+  const int length =
+      strutl_snprintf(line, sizeof line, "prefix consumed entire buffer. (sz: %d).\n", output.size);
+  if (length > 0) write_to_stream(stderr, line, static_cast<size_t>(length));
+}
+
 }  // namespace
 
 OutputText ks::compose_prefix(int type, const char *prefix_format, const PrefixNames &names) {
@@ -58,9 +67,7 @@ OutputText ks::compose_prefix(int type, const char *prefix_format, const PrefixN
   for (;;) {
     const int length = expand_prefix(type, prefix_format, names);
     if (length < 0) {
-      if (tracing("ks/imsg", 1)) {
-        fprintf(stderr, "prefix consumed entire buffer. (sz: %d).\n", output.size);
-      }
+      if (tracing("ks/imsg", 1)) trace_lost_prefix();
       return {nullptr, 0};
     }
     if (length < output.size) return {output.text, static_cast<size_t>(length)};

@@ -2,7 +2,9 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "core/ks_frame.h"
 #include "imsg.h"
+#include "imsg_arguments.h"
 #include "imsg_internal.h"
 #include "imsg_msg.h"
 #include "ks_print.h"
@@ -24,7 +26,7 @@ const char *message_format(const void *table, int number) {
                                static_cast<long>(reinterpret_cast<intptr_t>(table)), number);
     return nullptr;
   }
-  return cat_extractmsg(messages, number);
+  return safe_format(messages->texts[number], cat_extractmsg(messages, number));
 }
 
 }  // namespace
@@ -33,7 +35,10 @@ int imsg_vsnprintf(char *dest, size_t size, const void *table, int number, va_li
   const char *format = message_format(table, number);
   if (format == nullptr) return -1;
   need_imsg();
-  return size != 0 ? strutl_vsnprintf(dest, size, format, args) : vsprintf(dest, format, args);
+  if (size != 0) return strutl_vsnprintf(dest, size, format, args);
+  int result = -1;
+  signals_held([&] { result = vsprintf(dest, format, args); });
+  return result;
 }
 
 int imsg_vsprintf(char *dest, const void *table, int number, va_list args) {

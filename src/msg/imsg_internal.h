@@ -53,6 +53,10 @@ void imsg_print_sharedv_util(char **result_pp, int type, const char *prefix_form
 // Hands a finished text to the procedure of its type.
 void deliver(int type, const char *text);
 
+// imsg_fputs with a stamp in front, which is written as it is. Both go out in one write where they
+// fit, so that several processes may share a log.
+int write_entry(const char *stamp, const char *text, FILE *stream);
+
 // What a mark in a text can switch on: each of these letters, with the bit of its place.
 inline constexpr char kStyleLetters[] = {'B', 'I', 'U'};
 
@@ -66,7 +70,7 @@ bool terminal_has_styles();
 bool terminal_may_stop_us();
 
 // Gives `put` the bytes that switch off the terminal's attributes that are not in `wanted` and then
-// on those that are.
+// on those that are. Signals are held meanwhile.
 void put_styles(unsigned wanted, int (*put)(int));
 
 }  // namespace ks

@@ -29,21 +29,23 @@ const char *prefix_words[WORDS];
 char prefix_format[128];
 
 // A word becomes part of a printf format, so a translation with a percent sign is not taken.
-const char *read_word(imsg_msg number) {
+void read_word(Word word, imsg_msg number) {
+  if (prefix_words[word] != nullptr) return;
   const char *builtin = _imsg_ks_msg_table->texts[number];
-  const char *word = cat_extractmsg(_imsg_ks_msg_table, number);
-  if (strchr(word, '%') != nullptr) return builtin;
-  const char *copy = nullptr;
-  signals_held([&] { copy = strdup(word); });
-  return copy != nullptr ? copy : builtin;
+  const char *text = cat_extractmsg(_imsg_ks_msg_table, number);
+  if (strchr(text, '%') != nullptr) text = builtin;
+  signals_held([&] {
+    const char *copy = strdup(text);
+    prefix_words[word] = copy != nullptr ? copy : builtin;
+  });
 }
 
 void read_words() {
   if (prefix_words[WORD_SYSTEM] != nullptr) return;
-  prefix_words[WORD_OK] = read_word(IMSG_MSG_PREFIX_OK);
-  prefix_words[WORD_WARNING] = read_word(IMSG_MSG_PREFIX_WARNING);
-  prefix_words[WORD_ERROR] = read_word(IMSG_MSG_PREFIX_ERROR);
-  prefix_words[WORD_SYSTEM] = read_word(IMSG_MSG_PREFIX_SYSTEM);
+  read_word(WORD_OK, IMSG_MSG_PREFIX_OK);
+  read_word(WORD_WARNING, IMSG_MSG_PREFIX_WARNING);
+  read_word(WORD_ERROR, IMSG_MSG_PREFIX_ERROR);
+  read_word(WORD_SYSTEM, IMSG_MSG_PREFIX_SYSTEM);
 }
 
 const char *name_format(int type, bool with_subsys) {

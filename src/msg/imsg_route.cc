@@ -43,8 +43,10 @@ bool dup_output() {
   if (!dup_output_read) {
     const char *value = getenv("IMSG_DUP_OUTPUT");
     int number = 0;
-    imsg_dup_output = value != nullptr && sscanf(value, "%d", &number) == 1 && number != 0;
-    dup_output_read = true;
+    signals_held([&] {
+      imsg_dup_output = value != nullptr && sscanf(value, "%d", &number) == 1 && number != 0;
+      dup_output_read = true;
+    });
   }
   return imsg_dup_output;
 }
@@ -94,29 +96,28 @@ void redirect_types(int first, int last, imsg_out_fn_t proc, imsg_out_fn_t adapt
 // Whether the messages of this process bear the time: its log is read without their senders.
 bool bears_time() { return imsg_daemon_log_name != nullptr && imsg_cur_imsg_type % 2 == 0; }
 
-// Writes the time in front of a message. Continuations get none, so they line up behind it.
-// Result: whether there was a time.
-bool imsg_print_time(FILE *stream) {
+// Puts the time with a blank behind it into the `size` bytes at `stamp`. False, and nothing put, when
+// it cannot be formatted.
+bool format_entry_time(char *stamp, size_t size) {
   struct timeval now;
   date_get_timeval(&now);
-  char stamp[64] = "";
+  *stamp = '\0';
   signals_held([&] {
     char *token = date_fmt_token_general(static_cast<int32_t>(now.tv_sec), 0, 2, 0, 0);
-    if (token != nullptr) strutl_cpy_buf(stamp, token, sizeof stamp);
+    if (token != nullptr) strutl_snprintf(stamp, size, "%s ", token);
     free(token);
   });
-  if (*stamp == '\0') return false;
-  fprintf(stream, "%s ", stamp);
-  return true;
+  return *stamp != '\0';
 }
 
-// Behind the text, whose buffer the report needs, and never from within itself.
+// Called after the text has been written, because the report reuses its buffer. The flag stops it
+// from reporting on itself.
 void report_missing_time() {
   static bool reporting = false;
   if (reporting) return;
-  reporting = true;
   protect(
       [] {
+        reporting = true;
         print<IMSG_MSG_NULL_MESSAGE>(IMSG_TYPE_ERROR,
                                      "imsg_print_time: date_fmt_token_general failed");
       },
@@ -137,8 +138,9 @@ void ks::deliver(int type, const char *text) {
 void imsg_append_proc_default(void *, const char *text) {
   need_imsg();
   FILE *stream = imsg_cur_imsg_type <= IMSG_TYPE_BOX_CONT ? real_stdout : real_stderr;
-  const bool has_time = !bears_time() || imsg_print_time(stream);
-  imsg_fputs(text, stream);
+  char stamp[64] = "";  // continuations get none, so they line up behind their first line
+  const bool has_time = !bears_time() || format_entry_time(stamp, sizeof stamp);
+  write_entry(stamp, text, stream);
   if (!has_time) report_missing_time();
 }
 

@@ -8,6 +8,7 @@
 
 #include "imsg.h"
 #include "imsg_internal.h"
+#include "ks_stream.h"
 #include "strutl.h"
 
 using namespace ks;
@@ -27,7 +28,7 @@ struct {
 } gathered;
 
 bool write_piece(const char *bytes, size_t size) {
-  return fwrite_unlocked(bytes, 1, size, imsg_curr_stream) == size;
+  return write_to_stream(imsg_curr_stream, bytes, size);
 }
 
 bool write_gathered() {
@@ -44,15 +45,18 @@ bool gather(const char *bytes, size_t size) {
   return true;
 }
 
-// The end of a text, which for most texts is all of it.
+// The end of a text, which for most texts is all of it. Also of an empty one: what the stream holds
+// goes out with it.
 bool write_rest(const char *bytes, size_t size) {
   if (gathered.used == 0) return write_piece(bytes, size);
   return gather(bytes, size) && write_gathered();
 }
 
+// For tputs, during which signals are held, so nothing is written here.
 int gather_byte(int byte) {
-  const char character = static_cast<char>(byte);
-  return gather(&character, 1) ? byte : EOF;
+  if (gathered.used == sizeof gathered.bytes) return EOF;
+  gathered.bytes[gathered.used++] = static_cast<char>(byte);
+  return byte;
 }
 
 // The bit of the attribute that the mark at `text` switches; 0 where there is no mark.
@@ -70,15 +74,30 @@ bool is_quoted(const FILE *stream) {
   return imsg_daemon_log_name != nullptr && stream == real_stdout && stream != stdout;
 }
 
-bool shows_styles(FILE *stream) { return terminal_has_styles() && isatty(fileno(stream)) == 1; }
+// What styles a text has so far. Whether the stream shows them is asked once in a text, so that what
+// is switched on is switched off again.
+struct Styles {
+  unsigned on = 0;
+  bool asked = false;
+  bool shown = false;
 
-// Does what the mark at `mark` says where the stream shows it. Result: the styles that are on.
-unsigned switch_style(unsigned current, const char *mark) {
+  bool are_shown() {
+    if (!asked) shown = terminal_has_styles() && isatty(fileno(imsg_curr_stream)) == 1;
+    asked = true;
+    return shown;
+  }
+};
+
+// Does what the mark at `mark` says where the stream shows it.
+bool switch_style(Styles &styles, const char *mark) {
   const unsigned style = marked_style(mark);
-  const unsigned wanted = mark[2] == '1' ? current | style : current & ~style;
-  if (wanted == current || !shows_styles(imsg_curr_stream)) return current;
+  const unsigned wanted = mark[2] == '1' ? styles.on | style : styles.on & ~style;
+  if (wanted == styles.on || !styles.are_shown()) return true;
+  // Room for more than the bytes of any terminal's styles.
+  if (gathered.used > sizeof gathered.bytes / 2 && !write_gathered()) return false;
   put_styles(wanted, gather_byte);
-  return wanted;
+  styles.on = wanted;
+  return true;
 }
 
 // The first character that may not go out as it is, or the text's end.
@@ -103,7 +122,7 @@ bool gather_character(const char *at, bool quoted) {
 }
 
 bool write_styled(const char *text, bool quoted) {
-  unsigned styles = 0;
+  Styles styles;
   for (const char *at = text;;) {
     const char *special = next_special(at, quoted);
     const size_t plain = static_cast<size_t>(special - at);
@@ -111,7 +130,7 @@ bool write_styled(const char *text, bool quoted) {
     if (!gather(at, plain)) return false;
     at = special;
     if (marked_style(at) != 0) {
-      styles = switch_style(styles, at);
+      if (!switch_style(styles, at)) return false;
       at += kMarkSize;
     } else {
       if (!gather_character(at, quoted)) return false;
@@ -120,45 +139,41 @@ bool write_styled(const char *text, bool quoted) {
   }
 }
 
-bool write_and_flush(const char *text, FILE *stream) {
+// A fault may have left an earlier text unfinished, so gathering starts anew.
+int write_text(const char *stamp, const char *text, FILE *stream) {
   imsg_curr_stream = stream;
-  gathered.used = 0;  // a fault may have left an earlier text unfinished
-  return write_styled(text, is_quoted(stream)) && fflush_unlocked(stream) == 0;
-}
-
-// Of a line that it could not pass on from the stream's buffer fwrite says nothing: only the
-// stream's error indicator tells. One that an earlier failure has set is put back.
-int write_text(const char *text, FILE *stream) {
-  const int error_before = stream->_flags & _IO_ERR_SEEN;
-  stream->_flags &= ~_IO_ERR_SEEN;
-  const bool written = write_and_flush(text, stream) && !ferror_unlocked(stream);
-  stream->_flags |= error_before;
-  return written ? 0 : -1;
+  gathered.used = 0;
+  return gather(stamp, strlen(stamp)) && write_styled(text, is_quoted(stream)) ? 0 : -1;
 }
 
 // With SIGTTOU blocked a terminal takes the text of a process in the background and does not stop
 // it. A fault that leaves the write restores the mask with its jump.
-int write_unstopped(const char *text, FILE *stream) {
+int write_unstopped(const char *stamp, const char *text, FILE *stream) {
   sigset_t mask;
   sigset_t ttou;
   sigemptyset(&ttou);
   sigaddset(&ttou, SIGTTOU);
   sigprocmask(SIG_BLOCK, &ttou, &mask);
-  const int result = write_text(text, stream);
+  const int result = write_text(stamp, text, stream);
   sigprocmask(SIG_SETMASK, &mask, nullptr);
   return result;
 }
 
 }  // namespace
 
-int imsg_fputs(const char *text, FILE *stream) {
+int ks::write_entry(const char *stamp, const char *text, FILE *stream) {
   need_imsg();
   need_terminal();
-  return terminal_may_stop_us() ? write_unstopped(text, stream) : write_text(text, stream);
+  return terminal_may_stop_us() ? write_unstopped(stamp, text, stream)
+                                : write_text(stamp, text, stream);
 }
 
+int imsg_fputs(const char *text, FILE *stream) { return write_entry("", text, stream); }
+
 int imsg_putchar(int character) {
-  return putc(character, imsg_curr_stream != nullptr ? imsg_curr_stream : stdout);
+  const unsigned char byte = static_cast<unsigned char>(character);
+  FILE *stream = imsg_curr_stream != nullptr ? imsg_curr_stream : stdout;
+  return write_to_stream(stream, reinterpret_cast<const char *>(&byte), 1) ? byte : EOF;
 }
 
 void imsg_strip_style_chars(char *dest, const char *source) {

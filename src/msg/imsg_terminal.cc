@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "core/ks_frame.h"
+#include "core/ks_retry.h"
 #include "imsg.h"
 #include "imsg_internal.h"
 #include "ks_product.h"
@@ -109,7 +110,8 @@ void set_up_terminal() {
 }
 
 void restore_attributes() {
-  if (imsg_tty_info_fetched) tcsetattr(STDOUT_FILENO, TCSADRAIN, &imsg_termios);
+  if (!imsg_tty_info_fetched) return;
+  retry_eintr([] { return tcsetattr(STDOUT_FILENO, TCSADRAIN, &imsg_termios); });
 }
 
 }  // namespace
@@ -128,12 +130,14 @@ bool ks::terminal_has_styles() { return has_styles; }
 bool ks::terminal_may_stop_us() { return in_background; }
 
 void ks::put_styles(unsigned wanted, int (*put)(int)) {
-  for (size_t at = 0; at < std::size(styles); ++at) {
-    if ((wanted >> at & 1) == 0 && styles[at].exit != nullptr) tputs(styles[at].exit, 1, put);
-  }
-  for (size_t at = 0; at < std::size(styles); ++at) {
-    if ((wanted >> at & 1) != 0 && styles[at].enter != nullptr) tputs(styles[at].enter, 1, put);
-  }
+  signals_held([&] {  // tputs keeps its routine in a variable of its own
+    for (size_t at = 0; at < std::size(styles); ++at) {
+      if ((wanted >> at & 1) == 0 && styles[at].exit != nullptr) tputs(styles[at].exit, 1, put);
+    }
+    for (size_t at = 0; at < std::size(styles); ++at) {
+      if ((wanted >> at & 1) != 0 && styles[at].enter != nullptr) tputs(styles[at].enter, 1, put);
+    }
+  });
 }
 
 // SIGTTOU is ignored meanwhile: the terminal comes back from a process in the background too.

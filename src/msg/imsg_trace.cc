@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/ks_frame.h"
 #include "imsg.h"
 #include "imsg_internal.h"
 
@@ -35,8 +36,10 @@ int imsg_get_desired_verbosity() { return imsg_desired_verbosity; }
 int imsg_get_verbosity_ev() {
   const char *value = getenv("TRACE_VERBOSITY");
   int level = 0;
-  if (value == nullptr || sscanf(value, "%d", &level) != 1) return 0;
-  return level;
+  if (value == nullptr) return 0;
+  bool is_number = false;
+  signals_held([&] { is_number = sscanf(value, "%d", &level) == 1; });
+  return is_number ? level : 0;
 }
 
 void imsg_set_trace_verbosity(int level) { imsg_desired_verbosity = level; }

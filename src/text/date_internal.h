@@ -5,7 +5,7 @@
 #include <ctime>
 
 #include "date.h"
-#include "date_zone.h"
+#include "ks_zone.h"
 
 namespace [[gnu::visibility("hidden")]] ks {
 

@@ -4,7 +4,7 @@
 #include "date.h"
 #include "date_format.h"
 #include "date_internal.h"
-#include "date_zone.h"
+#include "ks_zone.h"
 #include "strutl.h"
 
 using namespace ks;

@@ -2,7 +2,7 @@
 #include "core/ks_frame.h"
 #include "date.h"
 #include "date_format.h"
-#include "date_zone.h"
+#include "ks_zone.h"
 #include "stg.h"
 
 using namespace ks;
@@ -24,7 +24,9 @@ constinit struct {
 const char *local_text(char *&text, size_t size, const char *format, int32_t time) {
   struct tm local;
   if (!local_time(time, &local)) return nullptr;
-  if (text == nullptr) text = static_cast<char *>(stg_malloc(size));
+  if (text == nullptr) {
+    signals_held([&] { text = static_cast<char *>(stg_malloc(size)); });
+  }
   if (text != nullptr) write_time(text, size, format, local);
   return text;
 }

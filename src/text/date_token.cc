@@ -5,7 +5,7 @@
 #include "core/ks_frame.h"
 #include "date.h"
 #include "date_format.h"
-#include "date_zone.h"
+#include "ks_zone.h"
 #include "strutl.h"
 
 using namespace ks;
@@ -28,9 +28,9 @@ constinit struct {
 
 void check_style() {
   if (style_checked) return;
-  style_checked = true;
   const char *iso = getenv("TLBAY_ISO_DATE_FMT");
   if (iso != nullptr && strcmp(iso, "0") == 0) default_date_fmt_style = DATE_STYLE_CLASSIC;
+  style_checked = true;
 }
 
 const char *classic_format(int kind, bool recent, bool utc) {

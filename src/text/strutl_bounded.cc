@@ -1,7 +1,8 @@
-// The text primitives that printing itself stands on: nothing here allocates, prints or raises.
+// The text primitives that printing itself stands on: nothing here allocates or prints.
 #include <cstdio>
 #include <cstring>
 
+#include "core/ks_frame.h"
 #include "strutl.h"
 #include "text/strutl_internal.h"
 
@@ -86,7 +87,9 @@ int strutl_snprintf(char *target, size_t size, const char *format, ...) {
 }
 
 int strutl_vsnprintf(char *target, size_t size, const char *format, va_list args) {
-  const int result = vsnprintf(target, size, format, args);
+  int result = -1;
+  // libc allocates for some directives, and takes locks for wide characters and "%m".
+  ks::signals_held([&] { result = vsnprintf(target, size, format, args); });
   if (result > 0 && size > 0 && static_cast<size_t>(result) > size) target[size - 1] = '\0';
   return result;
 }

@@ -36,7 +36,8 @@ size_t convert_multibyte(const char *bytes, size_t length, char *out) {
   char converted[MB_LEN_MAX];
   if (ks::to_wide(&wide, bytes, length) >= 0) {
     mbstate_t fresh = {};
-    const size_t size = wcrtomb(converted, convert_wide<kCase>(wide), &fresh);
+    size_t size = 0;
+    ks::signals_held([&] { size = wcrtomb(converted, convert_wide<kCase>(wide), &fresh); });
     if (!ks::is_no_character(size)) {
       memcpy(out, converted, size);
       return size;

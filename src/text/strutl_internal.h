@@ -4,6 +4,9 @@
 // call because setlocale may have been called since the last one. A step is what mblen says from a
 // fresh state; UTF-8, by far the usual encoding, is decoded here instead, with the same answers, and
 // a sequence that is no character is a step of one byte.
+//
+// libc loads the tables of an encoding at the first conversion, under a lock, so signals are held
+// around its conversions.
 #pragma once
 
 #include <langinfo.h>
@@ -14,6 +17,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cwchar>
+
+#include "core/ks_frame.h"
 
 namespace [[gnu::visibility("hidden")]] ks {
 
@@ -80,7 +85,8 @@ inline int to_wide(wchar_t *wide, const char *text, size_t limit) {
   *wide = L'\0';
   if (*text == '\0') return 0;
   mbstate_t fresh = {};
-  const size_t size = mbrtowc(wide, text, limit, &fresh);
+  size_t size = 0;
+  signals_held([&] { size = mbrtowc(wide, text, limit, &fresh); });
   return is_no_character(size) ? -1 : static_cast<int>(size);
 }
 
@@ -96,7 +102,8 @@ class Encoding {
   size_t size(const char *text, size_t limit) const {
     if (kind_ == kUtf8) return utf8_size(text, limit);
     mbstate_t fresh = {};
-    const size_t size = mbrlen(text, limit, &fresh);
+    size_t size = 0;
+    signals_held([&] { size = mbrtowc(nullptr, text, limit, &fresh); });
     return is_no_character(size) ? 0 : size;
   }
 

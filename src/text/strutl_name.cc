@@ -6,6 +6,7 @@
 #include <cwctype>
 
 #include "strutl.h"
+#include "text/strutl_internal.h"
 
 namespace {
 
@@ -30,10 +31,10 @@ int strutl_is_ok_name(const char *name, const char *forbidden_first, const char 
   if (name == nullptr || name[0] == '\0') return 0;
   size_t size;
   for (const char *at = name; *at != '\0'; at += size) {
-    mbstate_t state = {};
     wchar_t wide;
-    size = mbrtowc(&wide, at, MB_CUR_MAX, &state);
-    if (size > MB_CUR_MAX) return 0;
+    const int length = ks::to_wide(&wide, at, MB_CUR_MAX);
+    if (length < 0) return 0;
+    size = static_cast<size_t>(length);
     if (at == name && is_in(forbidden_first, at, size)) return 0;
     if (!is_good(at, size, static_cast<wint_t>(wide)) && !is_in(extra_allowed, at, size)) return 0;
   }

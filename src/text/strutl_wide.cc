@@ -4,6 +4,7 @@
 #include <cwchar>
 
 #include "core/ks_assert.h"
+#include "core/ks_frame.h"
 #include "msg/ks_print.h"
 #include "stg.h"
 #include "strutl.h"
@@ -52,7 +53,9 @@ wchar_t *strutl_cvt_str_to_wide_str(const char *string, stg_area_t area) {
   const size_t length = strutl_mb_strlen(string);
   wchar_t *wide = static_cast<wchar_t *>(alloc_items(area, length + 1, sizeof(wchar_t)));
   if (wide == nullptr) return nullptr;
-  if (mbstowcs(wide, string, length + 1) != length) {
+  size_t converted = 0;
+  signals_held([&] { converted = mbstowcs(wide, string, length + 1); });
+  if (converted != length) {
     print<STRUTL_MSG_WIDE_CONVERSION_FAILED>(IMSG_TYPE_ERROR, string);
     wide[0] = L'\0';
   }
@@ -65,13 +68,16 @@ char *strutl_cvt_wide_str_to_str(const wchar_t *wide, stg_area_t area) {
     print<STRUTL_MSG_NULL_STRING>(IMSG_TYPE_ERROR);
     return nullptr;
   }
-  const size_t measured = wcstombs(nullptr, wide, 0);
+  size_t measured = 0;
+  signals_held([&] { measured = wcstombs(nullptr, wide, 0); });
   const bool convertible = measured != static_cast<size_t>(-1);
   const size_t length = convertible ? measured : 0;
   char *string = static_cast<char *>(alloc_items(area, length + 1, sizeof(char)));
   if (string == nullptr) return nullptr;
   string[0] = '\0';
-  if (!convertible || wcstombs(string, wide, length + 1) != length) {
+  size_t converted = 0;
+  if (convertible) signals_held([&] { converted = wcstombs(string, wide, length + 1); });
+  if (!convertible || converted != length) {
     print<STRUTL_MSG_NARROW_CONVERSION_FAILED>(IMSG_TYPE_ERROR);
     string[0] = '\0';
   }

@@ -1,6 +1,7 @@
 // Where a finished text goes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <climits>
@@ -578,9 +579,29 @@ TEST(DaemonTime, StandsBeforeAContinuationOfTheOlderInterface) {
   EXPECT_EQ(outcome.err, "2024-05-06T01:02:03Z t");
 }
 
+// Several processes may share a log.
+TEST(DaemonTime, GoesOutWithItsTextInOneWrite) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, ends), 0);
+  for (int mode : {_IOFBF, _IOLBF, _IONBF}) {
+    const Outcome outcome = daemon([&] {
+      ks::real_stderr = fdopen(ends[1], "w");
+      setvbuf(ks::real_stderr, nullptr, mode, BUFSIZ);
+      imsg_print(IMSG_TYPE_ERROR, "first\nsecond \1\0011Bbold\1\0010B\n", -1);
+    });
+    EXPECT_EQ(outcome.end(), "exit 0");
+    char entry[128] = "";
+    recv(ends[0], entry, sizeof entry - 1, MSG_DONTWAIT);
+    EXPECT_STREQ(entry, "2024-05-06T01:02:03Z first\nsecond bold\n") << mode;
+    EXPECT_EQ(recv(ends[0], entry, sizeof entry - 1, MSG_DONTWAIT), -1) << mode;
+  }
+  close(ends[0]);
+  close(ends[1]);
+}
+
 TEST(DaemonTime, ThatCannotBeFormattedIsReportedOnce) {
   const Outcome outcome = daemon([] {
-    print(IMSG_TYPE_OK_CONT);  // with which the buffers are made
+    print(IMSG_TYPE_OK_CONT);
     ks_test::set_clock(-1, 0);
     print(IMSG_TYPE_OK);
     ks_test::set_clock(1714957323, 45678);

@@ -2,6 +2,7 @@
 // the terminal's attributes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -399,6 +400,17 @@ TEST(Terminal, IsResetOnRequest) {
     set_echo(true);
     imsg_reset_term();
     _exit(first || echoes());
+  });
+  EXPECT_EQ(outcome.end(), "exit 0");
+}
+
+// Neither before the output has got through, nor so that what the user has typed ahead is lost.
+TEST(Terminal, IsResetBehindItsOutputAndKeepsItsInput) {
+  const Outcome outcome = on_terminal([] {
+    setenv("TERM", "vt100", 1);
+    imsg_fputs("text\n", stdout);
+    imsg_reset_term();
+    _exit(ks_test::last_terminal_action() == TCSADRAIN ? 0 : 1);
   });
   EXPECT_EQ(outcome.end(), "exit 0");
 }

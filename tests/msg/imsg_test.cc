@@ -274,6 +274,22 @@ TEST(TraceStamp, FollowsAChangedZone) {
   EXPECT_EQ(outcome.err, ">>> 01:02:03.000 (noname): a\n>>> 02:02:03.000 (noname): b\n");
 }
 
+// Without a TZ that is a look at the system's file.
+TEST(TraceStamp, AsksForTheZoneOnceASecond) {
+  const Outcome outcome = in_child([] {
+    unsetenv("TZ");
+    const int before = ks_test::count_calls("tzset");
+    for (int second : {100, 101}) {
+      for (int turn = 0; turn < 10; ++turn) {
+        ks_test::set_clock(second, turn);
+        imsg_print(IMSG_TYPE_TRACE, "\n", -1);
+      }
+    }
+    _exit(ks_test::count_calls("tzset") - before);
+  });
+  EXPECT_EQ(outcome.end(), "exit 2");
+}
+
 TEST(TraceStamp, ThatCannotBeFormattedFailsAnAssertion) {
   const Outcome outcome = in_child([] {
     ks_test::fail_call("vsnprintf", 0, EOVERFLOW);

@@ -203,6 +203,13 @@ TEST(TraceSubsys, ListNamesWholeSubsystems) {
       {"ks/stg:", "ks/stg", true},
       // A name with a colon in it may be found across names.
       {"a:a:b", "a:b", true},
+      // The search goes on one byte behind a hit that is refused, in the middle of the name too.
+      {"xa:a:a", "a:a", true},
+      {"x:::", "::", true},
+      {"ks/stgx:ks/stg:", "ks/stg", true},
+      {"a:b:a:bx:a:b", "a:b", true},
+      {"xa:b:a:b", "a:b", true},
+      {"a:bx:a:b", "a:b", true},
       // "*" has its meaning only when it is alone.
       {"*", "ks/stg", true},
       {"*:x", "ks/stg", false},

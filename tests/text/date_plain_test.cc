@@ -157,6 +157,15 @@ TEST_F(DatePlain, ASignalThatRaisesArrivesBehindLibcsCall) {
   EXPECT_EQ(outcome.end(), "exit 0");
 }
 
+TEST_F(DatePlain, AFaultComesWhenTheBufferIsKept) {
+  pfm_signal(SIGINT, [](int sig) { pfm_raise(sig); });
+  signal_in_call("malloc", 0, SIGINT);
+  EXPECT_EQ(land([] { date_fmt_short_time(kMoment); }).status, SIGINT);
+  const int before = ks_test::count_calls("malloc");
+  EXPECT_NE(date_fmt_short_time(kMoment), nullptr);
+  EXPECT_EQ(ks_test::count_calls("malloc"), before);
+}
+
 constexpr int32_t kDay = 86400;
 constexpr int32_t k2004 = 1072915200;  // 2004-01-01T00:00:00Z
 

@@ -8,7 +8,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <string>
+#include <thread>
 
 #include "pfm.h"
 #include "stg.h"
@@ -21,6 +23,7 @@
 #include "support/signals.h"
 #include "file/files.h"
 
+using ks_test::count_calls;
 using ks_test::error_line;
 using ks_test::fail_call;
 using ks_test::Folder;
@@ -243,18 +246,26 @@ TEST(StrutlReadFp, GrowsWithTheText) {
 
 TEST(StrutlReadFp, GrowsBy8192InAnAreaToo) {
   const Folder folder;
-  const std::string contents(20000, 'x');
+  const std::string contents(30000, 'x');
   FILE *stream = fopen(folder.write("file", contents).c_str(), "r");
-  stg_area_t area = stg_create_area(100000);
+  stg_area_t area = stg_create_area(200000);
   int truncated = 7;
   const char *first = static_cast<char *>(stg_alloc(area, 0));
   const char *text = strutl_read_fp(area, 0, stream, 0, &truncated);
   EXPECT_EQ(text, contents);
   EXPECT_EQ(truncated, 0);
-  // The buffers of 8192 and 16384 bytes stay behind in the area.
-  EXPECT_EQ(text - first, 8192 + 16384);
+  // The buffers of 8192, 16384 and 24576 bytes stay behind in the area.
+  EXPECT_EQ(text - first, 8192 + 16384 + 24576);
   fclose(stream);
   stg_delete_area(&area);
+}
+
+TEST(StrutlReadFp, GrowsBy8192OnTheHeap) {
+  const Folder folder;
+  const std::string path = folder.write("file", std::string(100000, 'x'));
+  const int before = count_calls("realloc");
+  EXPECT_EQ(read_fp(path, 0).text.size(), 100000u);
+  EXPECT_EQ(count_calls("realloc") - before, 12) << "to 13 times 8192 bytes";
 }
 
 TEST(StrutlReadFp, FullBufferBeforeTheEndIsTruncated) {
@@ -340,6 +351,211 @@ TEST(StrutlReadFp, HoldsSignalsBackMeanwhile) {
   EXPECT_NE(feof(stream), 0) << "the fault came when all had been read";
   fclose(stream);
   stg_delete_area(&area);
+}
+
+// A timer whose signals have a routine that returns, while it is there.
+class Ticking {
+ public:
+  Ticking() {
+    ks_test::set_system_handler(SIGALRM, [](int) { ++ticks; });
+    set(1000);
+  }
+  ~Ticking() { set(0); }
+  Ticking(const Ticking &) = delete;
+  Ticking &operator=(const Ticking &) = delete;
+
+  static inline int ticks = 0;
+
+ private:
+  static void set(suseconds_t microseconds) {
+    const itimerval every = {{0, microseconds}, {0, microseconds}};
+    setitimer(ITIMER_REAL, &every, nullptr);
+  }
+};
+
+// A child that does something slowly to the other end of a pipe or FIFO.
+void pause_a_moment() {
+  const timespec moment = {0, 10000000};
+  nanosleep(&moment, nullptr);
+}
+
+TEST(StrutlFile, SignalsWhoseRoutineReturnsCostNothing) {
+  const Folder folder;
+  const std::string contents(100000, 'x');
+  const std::string path = folder.write("file", contents);
+  fail_call("read", 0, EINTR, 3);
+  EXPECT_EQ(read(path), contents);
+  fail_call("read", 1, EINTR, 3);
+  EXPECT_EQ(read(path), contents);
+  fail_call("open64", 0, EINTR, 3);
+  EXPECT_EQ(read(path), contents);
+  fail_call("write", 0, EINTR, 3);
+  EXPECT_EQ(strutl_write("text", path.c_str(), 0, 0), 0);
+  EXPECT_EQ(folder.read("file"), "text");
+  fail_call("close", 0, EINTR);
+  EXPECT_EQ(strutl_write("more", path.c_str(), 0, 0), 0);
+  EXPECT_EQ(folder.read("file"), "more");
+}
+
+TEST(StrutlFile, FailedReadWriteOrCloseIsTold) {
+  const Folder folder;
+  const std::string path = folder.write("file", "text");
+  const ptrdiff_t descriptors = open_descriptors();
+  EXPECT_EQ(printed_by([&] {
+              fail_call("read", 1, EIO);
+              EXPECT_EQ(read(path), "NULL");
+            }),
+            error_line("Operation read: Input/output error"));
+  for (const char *call : {"write", "close"}) {
+    EXPECT_EQ(printed_by([&] {
+                fail_call(call, 0, EDQUOT);
+                EXPECT_EQ(strutl_write("text", path.c_str(), 0, 0), 1);
+                EXPECT_EQ(errno, EDQUOT);
+              }),
+              error_line("Operation write, " + path + ": Disk quota exceeded"));
+  }
+  EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+TEST(StrutlReadFp, SignalsDuringASlowPipeCostNothing) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  std::string contents;
+  for (int i = 0; i < 5; ++i) contents += std::string(5000, static_cast<char>('a' + i));
+  ks_test::Child writer([&] {
+    close(ends[0]);
+    for (size_t at = 0; at < contents.size(); at += 5000) {
+      pause_a_moment();
+      if (write(ends[1], contents.data() + at, 5000) != 5000) _exit(1);
+    }
+  });
+  close(ends[1]);
+  FILE *stream = fdopen(ends[0], "r");
+  int truncated = 7;
+  std::string text;
+  {
+    const Ticking ticking;
+    text = take(strutl_read_fp(STG_AREA_HEAP, 0, stream, 0, &truncated));
+  }
+  EXPECT_EQ(text, contents);
+  EXPECT_EQ(truncated, 0);
+  EXPECT_GE(Ticking::ticks, 5);
+  fclose(stream);
+  EXPECT_EQ(writer.finish().end(), "exit 0");
+}
+
+TEST(StrutlRead, WaitsForTheFirstWriterOfAFifo) {
+  const Folder folder;
+  const std::string path = folder.path("fifo");
+  ASSERT_EQ(mkfifo(path.c_str(), 0666), 0);
+  ks_test::Child writer([&] {
+    pause_a_moment();
+    const int fd = open(path.c_str(), O_WRONLY);
+    pause_a_moment();
+    _exit(fd >= 0 && write(fd, "1", 1) == 1 ? 0 : 1);
+  });
+  EXPECT_EQ(printed_by([&] {
+              const Ticking ticking;
+              EXPECT_EQ(read(path), "NULL");
+            }),
+            error_line("File \"" + path + "\" changed size during read."))
+      << "what has no size and a byte has grown";
+  EXPECT_EQ(writer.finish().end(), "exit 0");
+}
+
+TEST(StrutlWrite, SlowReaderGetsAllThroughAFifoWhateverSignalsCome) {
+  const Folder folder;
+  const std::string path = folder.path("fifo");
+  ASSERT_EQ(mkfifo(path.c_str(), 0666), 0);
+  const std::string text(300000, 'x');
+  ks_test::Child reader([&] {
+    pause_a_moment();
+    const int fd = open(path.c_str(), O_RDONLY);
+    std::string got(100000, '\0');
+    size_t bytes = 0;
+    while (true) {
+      pause_a_moment();
+      const ssize_t count = ::read(fd, got.data(), got.size());
+      if (count <= 0) break;
+      bytes += static_cast<size_t>(count);
+    }
+    _exit(bytes == text.size() ? 0 : 1);
+  });
+  {
+    const Ticking ticking;
+    EXPECT_EQ(strutl_write(text.c_str(), path.c_str(), 0, 0), 0);
+  }
+  EXPECT_EQ(reader.finish().end(), "exit 0");
+}
+
+TEST(StrutlReadFp, SignalRightBeforeAWaitIsNotKeptByIt) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  FILE *stream = fdopen(ends[0], "r");
+  ks_test::default_signals();
+  pfm_signal(SIGUSR1, ks_test::raise_number);
+  ks_test::signal_in_call("malloc", 0, SIGUSR1);  // of the text, with signals held
+  alarm(20);                                      // no input will come to end the wait
+  int truncated;
+  const ks_test::Landing landing =
+      ks_test::land([&] { strutl_read_fp(STG_AREA_HEAP, 0, stream, 0, &truncated); });
+  alarm(0);
+  EXPECT_EQ(landing.status, SIGUSR1);
+  fclose(stream);
+  close(ends[1]);
+}
+
+// A wait that no end is in sight of: for input, for a writer, for a reader, for room.
+TEST(StrutlFile, WaitIsLeftByAFaultAndNothingIsLeftBehind) {
+  const Folder folder;
+  const std::string path = folder.path("fifo"), full = folder.path("full");
+  ASSERT_EQ(mkfifo(path.c_str(), 0666), 0);
+  ASSERT_EQ(mkfifo(full.c_str(), 0666), 0);
+  const int full_reader = open(full.c_str(), O_RDONLY | O_NONBLOCK);
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(write(ends[1], "part", 4), 4);
+  static FILE *stream;
+  stream = fdopen(ends[0], "r");
+  static std::string text(100000, 'x');
+  ks_test::default_signals();
+  // A signal that comes right before an open that waits is seen with the next one only.
+  static volatile sig_atomic_t waiting;
+  pfm_signal(SIGALRM, [](int sig) {
+    if (waiting == 0) return;
+    waiting = 0;
+    pfm_raise(sig);
+  });
+  const itimerval every = {{0, 30000}, {0, 30000}};
+  setitimer(ITIMER_REAL, &every, nullptr);
+  const ptrdiff_t descriptors = open_descriptors();
+  const int blocks = count_calls("malloc") - count_calls("free");
+  const auto leaves = [&](auto &&wait) {
+    const int status = ks_test::land([&] {
+                         waiting = 1;
+                         wait();
+                       }).status;
+    EXPECT_EQ(status, SIGALRM);
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_EQ(count_calls("malloc") - count_calls("free"), blocks);
+  };
+  int truncated;
+  leaves([&] { strutl_read_fp(STG_AREA_HEAP, 0, stream, 0, &truncated); });
+  leaves([&] { strutl_read(STG_AREA_HEAP, path.c_str(), 0, 0, 0); });
+  leaves([&] { strutl_write("text", path.c_str(), 0, 0); });
+  leaves([&] { strutl_write(text.c_str(), full.c_str(), 0, 0); });
+  const itimerval never = {};
+  setitimer(ITIMER_REAL, &never, nullptr);
+  bool free = false;
+  std::thread([&] {  // the lock lets its own thread in at any time
+    free = ftrylockfile(stream) == 0;
+    if (free) funlockfile(stream);
+  })
+      .join();
+  EXPECT_TRUE(free);
+  fclose(stream);
+  close(ends[1]);
+  close(full_reader);
 }
 
 // Signals come at any moment, and each raises; what was open is closed each time.

@@ -1,4 +1,4 @@
-#include "text/date_zone.h"
+#include "text/ks_zone.h"
 
 #include <gtest/gtest.h>
 
