@@ -3,7 +3,7 @@
  * Sizes and offsets have 64 bits on every platform, whatever the including program is compiled for.
  * A path is NUL-terminated bytes; a name may hold any byte but '/' and NUL.
  * Result styles differ and are said with each call: 0 for success unless a comment says otherwise,
- * and errno tells why after a failure. A call that was interrupted by a signal is not repeated.
+ * and errno tells why after a failure. A signal whose routine returns makes no call fail.
  * Paths in working buffers end at a stated limit; what does not fit fails with ENAMETOOLONG.
  *
  * A walk visits a directory and, if asked to, all that is below it, and calls a chain of callbacks
@@ -30,8 +30,8 @@ extern "C" {
 #endif
 
 /* The platform's stat record with 64-bit fields, under the one name that does not change with
- * _FILE_OFFSET_BITS. A C program that looks inside defines _GNU_SOURCE or _LARGEFILE64_SOURCE; C++
- * compilers do so by themselves. */
+ * _FILE_OFFSET_BITS. A C program that looks inside compiles with -D_LARGEFILE64_SOURCE, which is
+ * among the flags of pkg-config and CMake; C++ compilers do so by themselves. */
 typedef struct stat64 fileutl_stat_t;
 
 /* An open directory, and the entry that it stands at. */
@@ -98,8 +98,8 @@ KS_API fileutl_dir_t *fileutl_opendir(const char *path);
 /* fileutl_readdir returns the next entry, in the order of the directory, "." and ".." included.
  * With `fold` not 0 its name is in lower case where the file system does not tell cases apart; here
  * all do.
- * Result: the entry, in the handle, until the next call; NULL at the end, when reading fails, and
- * for a name of 256 bytes or more. */
+ * Result: the entry, in the handle, until the next call; NULL with errno 0 at the end; NULL with
+ * errno when reading fails, ENAMETOOLONG for a name of 256 bytes or more. */
 KS_API fileutl_dirent_t *fileutl_readdir(fileutl_dir_t *dir, int fold);
 
 /* fileutl_closedir closes a directory and frees the handle. Result: 0; 1 with errno when the system
@@ -109,9 +109,10 @@ KS_API int fileutl_closedir(fileutl_dir_t *dir);
 /* fileutl_read_whole_dir stores an array of all names in a directory, "." and ".." included, in the
  * order of the directory, in `*names`. Array and names are in `area`; with STG_AREA_HEAP each goes
  * back by stg_free.
- * Result: the number of names; -1 with errno when the directory could not be opened or closed or,
- * after the error has been printed, storage is exhausted: then there is no name left, and `*names`
- * is the bare array, or NULL. May be left by a fault, and then has released what is on the heap. */
+ * Result: the number of names; -1 with errno when the directory could not be opened, read to its end
+ * or closed or, after the error has been printed, storage is exhausted: then there is no name left,
+ * and `*names` is the bare array, or NULL. May be left by a fault, and then has released what is on
+ * the heap. */
 KS_API int fileutl_read_whole_dir(const char *path, stg_area_t area, char ***names);
 
 /* fileutl_lockfd locks `length` bytes from byte offset `start` on of the file behind a descriptor
@@ -141,7 +142,7 @@ enum {
 enum {
   FILEUTL_WALK_SKIP = 1,   /* leave out the rest of this object; at the root the walk ends */
   FILEUTL_WALK_STOP = 2,   /* end the walk */
-  FILEUTL_WALK_FAILED = -4 /* the status of a failure; any negative result counts as one */
+  FILEUTL_WALK_FAILED = -4 /* the status of a failure; no other is one, also no negative one */
 };
 
 /* A walk's callback gets its record's argument; the path of the object; the path of the root, as it
@@ -163,7 +164,11 @@ typedef struct fileutl_walk_callback {
 
 /* What a walk does to a tree that is not made of the system's files. The functions do what
  * fileutl_stat, fileutl_opendir, fileutl_readdir and fileutl_closedir do; a directory's handle is
- * never looked into. Opening and closing run with signals held back. */
+ * never looked into. A NULL of read_directory is the end, whatever errno says.
+ * They run as callbacks do, with signals deliverable. What open_directory gives is closed once, also
+ * when a fault leaves the walk; close_directory then runs with signals held back. Only a fault in the
+ * very instant of handing over, right behind the one call or right before the other, loses a handle,
+ * unless the operations are those of this header. */
 typedef struct fileutl_walk_ops {
   int (*stat_object)(const char *path, int follow, fileutl_stat_t *record);
   fileutl_dir_t *(*open_directory)(const char *path);
@@ -176,8 +181,9 @@ typedef struct fileutl_walk_ops {
  * path. A symbolic link that is not followed is no directory. Of a directory, first the callbacks
  * with FILEUTL_WALK_BEFORE run, then come its contents, then the callbacks with FILEUTL_WALK_AFTER.
  * Result: the callbacks' status bits, 0 if all went well; FILEUTL_WALK_FAILED if an object or
- *   directory cannot be read, also with a path of more than 4096 bytes, after an error message. Of
- *   these only the root's failure and that of opening a directory heed FILEUTL_WALK_STOP_ON_ERROR.
+ *   directory cannot be read, or not to its end, also with a path of more than 4096 bytes, after an
+ *   error message. An object that cannot be read never keeps a walk from the rest of its directory,
+ *   whatever FILEUTL_WALK_STOP_ON_ERROR says; that directory then counts as a failure.
  * While the tree changes, an object that has gone is such a failure. Unless links are followed
  * everywhere, each directory is reached from the one above and never through a link, even one that
  * has just been put in its place; the paths that callbacks get are texts and give no such promise. */
@@ -199,9 +205,12 @@ KS_API int fileutl_rm(const char *path, int flags);
 /* fileutl_fgets_or_timeout reads a line as fgets into the `size` bytes at `buffer`, once the
  * stream's descriptor is readable; what the stream holds already is not seen. It waits for
  * `timeout`, NULL for ever, and all of it again after a signal.
- * Result: 0 with a line; 0 with an empty buffer and `*eof` or `*timed_out` 1; 1 on a failure, with
- *   an empty buffer, also when reading was interrupted 100 times, for a descriptor that select
- *   cannot take and for a size of 0. Prints an error if select reports anything else. */
+ * Result: 0 with a line; 0 with `*eof` or `*timed_out` 1 and an empty buffer; 1 on a failure, also
+ *   when signals interrupted the reading 100 times, for a descriptor that select cannot take and for
+ *   a size of 0. Prints an error if select reports anything else.
+ * Where a signal interrupts a line that has come in part, it goes on behind that part. If the rest
+ *   does not come in time, or not at all, the buffer has the part; so too after a fault, by which the
+ *   call may be left. The stream is locked at no time. */
 KS_API int fileutl_fgets_or_timeout(FILE *stream, const struct timeval *timeout, size_t size,
                                     char *buffer, int *eof, int *timed_out);
 

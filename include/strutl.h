@@ -370,7 +370,8 @@ KS_API int strutl_extract_tail(const char *text, char *target, size_t size);
 KS_API int strutl_write(const char *text, const char *path, int reserved, int quiet);
 
 /* strutl_read returns the file at `path` as a text in `area`, with STG_AREA_HEAP to go back by
- * stg_free; a NUL in the file ends the text. Signals are held back meanwhile. `reserved` is not used.
+ * stg_free; a NUL in the file ends the text. `reserved` is not used. Signals are held back but while
+ * it waits for what is no plain file; a fault that leaves it then releases what it has made.
  * Result: the text, empty for a missing file if `missing_is_empty` is not 0; NULL with errno, after
  *   an error message unless `quiet` is not 0, when it cannot be read, has 2 GB or more, or grows
  *   meanwhile (both EFBIG), and always when storage is exhausted. A file that has a size of 0 and
@@ -380,7 +381,8 @@ KS_API char *strutl_read(stg_area_t area, const char *path, int reserved, int qu
 
 /* strutl_read_fp reads a stream up to its end as a text in `area`, like strutl_read, into a buffer of
  * `size` bytes; 0 stands for one that grows by 8192 bytes, of which each leaves the old one behind in
- * an area. Signals are held back meanwhile; the stream stays open.
+ * an area. Signals are held back but while it waits for input, where a fault may leave it: what it
+ * has read is gone then. The stream stays open, and is locked at no time.
  * Result: the text. `*truncated` is 1 when the buffer was full, with `size` - 1 bytes of the stream,
  *   before the end was met, also if nothing more would have come; else 0. NULL with errno, after an
  *   error message unless `quiet` is not 0, when reading fails; after one in any case, which is a

@@ -1,8 +1,10 @@
 // All names of a directory at once.
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 
 #include "core/ks_frame.h"
+#include "file/fileutl_internal.h"
 #include "fileutl.h"
 #include "stg.h"
 
@@ -27,7 +29,10 @@ char **new_array(stg_area_t area, int capacity) {
 
 bool make_room(Names &names) {
   if (names.count < names.capacity) return true;
-  if (names.capacity > INT32_MAX / 2 / static_cast<int>(sizeof(char *))) return false;
+  if (names.capacity > INT32_MAX / 2 / static_cast<int>(sizeof(char *))) {
+    errno = ENOMEM;
+    return false;
+  }
   bool made = false;
   signals_held([&] {
     char **old = *names.array;
@@ -52,17 +57,20 @@ bool add(Names &names, const char *name) {
   return copy != nullptr;
 }
 
+// False, with errno, when the directory could not be read to its end or there is no storage.
 bool add_all(Names &names, fileutl_dir_t *dir) {
   while (const fileutl_dirent_t *entry = fileutl_readdir(dir, 0)) {
     if (!add(names, entry->d_name)) return false;
   }
-  return true;
+  return errno == 0;
 }
 
-// Nobody else could: a failed call does not tell how many there are.
+// Frees what the caller could not: a failed call does not tell how many names there are.
 void free_names(Names &names) {
   if (names.area != STG_AREA_HEAP) return;
-  while (names.count > 0) stg_free((*names.array)[--names.count]);
+  signals_held([&] {
+    while (names.count > 0) stg_free((*names.array)[--names.count]);
+  });
 }
 
 // Closes the directory, if it is open, once.
@@ -71,7 +79,7 @@ int close_once(fileutl_dir_t *&dir) {
   signals_held([&] {
     fileutl_dir_t *open = dir;
     dir = nullptr;
-    if (open != nullptr) result = fileutl_closedir(open);
+    if (open != nullptr) result = fileutl_close_own(open);
   });
   return result;
 }
@@ -82,8 +90,11 @@ int read_names(const char *path, Names &names, fileutl_dir_t *&dir) {
   signals_held([&] { dir = fileutl_opendir(path); });
   if (dir == nullptr) return -1;
   const bool complete = add_all(names, dir);
+  int error = errno;
   if (close_once(dir) == 0 && complete) return names.count;
+  if (complete) error = errno;
   free_names(names);
+  errno = error;
   return -1;
 }
 

@@ -34,11 +34,14 @@ struct FilePlace {
 int fileutl_stat_at(FilePlace place, bool follow, fileutl_stat_t *record);
 int fileutl_open_at(fileutl_dir *dir, FilePlace place, bool follow);
 
+// fileutl_closedir for a handle that nobody else knows: it goes back also when closing fails.
+int fileutl_close_own(fileutl_dir *dir);
+
 // An open directory of a walk. On the heap, not on the stack: after a fault those of the frames
 // that were left must still be there.
 struct WalkLevel {
   WalkLevel *outer;    // that of the directory above, or, when idle, the next idle one
-  fileutl_dir_t *dir;  // `own`, or what the walk's operations gave
+  fileutl_dir_t *dir;  // `own`, or what the walk's operations gave; NULL while it is not open
   fileutl_dir own;
 };
 
@@ -51,7 +54,9 @@ struct Walk {
   const fileutl_walk_ops_t *ops;  // NULL: the system's own files
   int flags;
   bool by_descriptor;  // objects are named from the directory they are in
-  bool types_suffice;  // the callbacks look at nothing in a record but the type
+  // NULL, or what is tried on an entry that the directory tells to be no directory, to save its
+  // stat and the callbacks. Where it gives false the entry is visited as any other.
+  bool (*shortcut)(FilePlace place);
   WalkLevel *innermost;
   WalkLevel *idle;
   char root[kWalkPathSize];
@@ -59,7 +64,7 @@ struct Walk {
   char directory[kWalkPathSize];            // of the objects of the innermost level
 };
 
-// Walks; `walk` is filled here, but for types_suffice. The result is that of fileutl_walk_tree.
+// Walks; `walk` is filled here, but for the shortcut. The result is that of fileutl_walk_tree.
 int run_walk(Walk &walk, const char *path, const fileutl_walk_callback_t *chain,
              const fileutl_walk_ops_t *ops, int flags);
 

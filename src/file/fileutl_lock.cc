@@ -4,7 +4,10 @@
 
 #include <cerrno>
 
+#include "core/ks_retry.h"
 #include "fileutl.h"
+
+using namespace ks;
 
 namespace {
 
@@ -14,7 +17,7 @@ int set_lock(int fd, short type, int64_t start, int64_t length) {
   lock.l_whence = SEEK_SET;
   lock.l_start = start;
   lock.l_len = length;
-  return fcntl(fd, F_SETLK64, &lock) == 0 ? 0 : errno;
+  return retry_eintr([&] { return fcntl(fd, F_SETLK64, &lock); }) == 0 ? 0 : errno;
 }
 
 }  // namespace

@@ -2,7 +2,10 @@
 #include <array>
 #include <cerrno>
 
+#include "core/ks_retry.h"
 #include "fileutl.h"
+
+using namespace ks;
 
 // Each level is shorter than the one before by a component of at least two bytes, and a directory
 // part has at most 1023: it never goes deeper than 512.
@@ -22,5 +25,5 @@ int fileutl_mkpath(const char *path, mode_t mode, int make_last) {
     }
     if (fileutl_mkpath(parent, mode, 1) != 0) return 1;
   }
-  return make_last != 0 && mkdir(path, mode) != 0;
+  return make_last != 0 && retry_eintr([&] { return mkdir(path, mode); }) != 0;
 }

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "core/ks_retry.h"
 #include "file/fileutl_internal.h"
 #include "imsg.h"
 #include "ks_msg.h"
@@ -17,7 +18,8 @@ using namespace ks;
 static_assert(sizeof(fileutl_statfs_record_t) == 48);
 
 int ks::fileutl_stat_at(FilePlace place, bool follow, fileutl_stat_t *record) {
-  if (fstatat64(place.fd, place.name, record, follow ? 0 : AT_SYMLINK_NOFOLLOW) == 0) return 0;
+  const int flags = follow ? 0 : AT_SYMLINK_NOFOLLOW;
+  if (retry_eintr([&] { return fstatat64(place.fd, place.name, record, flags); }) == 0) return 0;
   record->st_nlink = 0;
   return -1;
 }
@@ -33,7 +35,7 @@ int fileutl_exists(const char *path, int follow) {
 
 int fileutl_statfs(const char *path, void *buffer, size_t size) {
   struct statvfs64 system;
-  if (statvfs64(path, &system) != 0) return -1;
+  if (retry_eintr([&] { return statvfs64(path, &system); }) != 0) return -1;
   const fileutl_statfs_record_t record = {
       .block_size = static_cast<uint32_t>(system.f_bsize),
       .fragment_size = static_cast<uint32_t>(system.f_frsize),
@@ -48,7 +50,7 @@ int fileutl_statfs(const char *path, void *buffer, size_t size) {
 }
 
 int fileutl_readlink(const char *path, char *buffer, size_t size) {
-  const ssize_t length = readlink(path, buffer, size);
+  const ssize_t length = retry_eintr([&] { return readlink(path, buffer, size); });
   if (length < 0) return -1;
   if (static_cast<size_t>(length) == size) {
     errno = ENAMETOOLONG;

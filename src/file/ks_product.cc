@@ -28,12 +28,14 @@ const char *find_home() {
 
 const char *home() {
   if (product_home != nullptr) return product_home;
-  const char *found = find_home();
-  signals_held([&] { product_home = stg_strdup(found); });
-  if (product_home == nullptr) {
-    print<KS_MSG_NO_STORAGE>(IMSG_TYPE_WARNING);
-    product_home = found;
-  }
+  bool copied = false;
+  signals_held([&] {
+    const char *found = find_home();
+    const char *copy = stg_strdup(found);
+    copied = copy != nullptr;
+    product_home = copied ? copy : found;
+  });
+  if (!copied) print<KS_MSG_NO_STORAGE>(IMSG_TYPE_WARNING);
   return product_home;
 }
 

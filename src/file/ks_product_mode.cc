@@ -43,35 +43,49 @@ int mode_of(const char *text, int when_empty) {
 
 int read_mode(Mode &mode) {
   if (!mode.fetched) {
-    mode.value = mode_of(getenv(mode.name), mode.when_empty);
-    mode.fetched = true;
+    signals_held([&] {
+      mode.value = mode_of(getenv(mode.name), mode.when_empty);
+      mode.fetched = true;
+    });
   }
   return mode.value;
 }
 
 // The environment keeps the pointer to `setting`, "<name>=<value>". Result as the writers'.
-int put_setting(char *setting) {
-  int result = 0;
-  signals_held([&] { result = putenv(setting); });
-  return result == 0 ? 0 : 1;
-}
+int put_setting(char *setting) { return putenv(setting) == 0 ? 0 : 1; }
 
+// Held as a whole: from the second call on the environment has the buffer already, and must not be
+// left with a part of a setting.
 template <Mode &kMode>
 int write_mode(int flag) {
   static char setting[40];
-  strutl_concat(setting, sizeof setting, 3, kMode.name, "=", flag != 0 ? "1" : "");
-  return put_setting(setting);
+  int result = 1;
+  signals_held([&] {
+    strutl_concat(setting, sizeof setting, 3, kMode.name, "=", flag != 0 ? "1" : "");
+    result = put_setting(setting);
+  });
+  return result;
 }
 
 // The address may be of any length, so it is read where it stands.
-void parse_remote_prompt(const char *text) {
+sockaddr_in parse_remote_prompt(const char *text) {
+  sockaddr_in address = {};
   unsigned short port;
   int address_at = 0;
-  if (sscanf(text, "%hu, %n", &port, &address_at) != 1 || address_at == 0) return;
-  sockaddr_in &address = remote_prompt.address;
+  if (sscanf(text, "%hu, %n", &port, &address_at) != 1 || address_at == 0) return address;
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = inet_addr(text + address_at);
   if (address.sin_addr.s_addr != INADDR_NONE) address.sin_port = htons(port);
+  return address;
+}
+
+// Held: sscanf works on a stream of its own, and the environment may be about to change.
+void fetch_remote_prompt() {
+  signals_held([] {
+    const char *text = getenv(kRemotePrompt);
+    if (text != nullptr) remote_prompt.address = parse_remote_prompt(text);
+    remote_prompt.fetched = true;
+  });
 }
 
 }  // namespace
@@ -86,10 +100,7 @@ int ks_set_web_gui(int flag) { return write_mode<web_gui>(flag); }
 int ks_set_web_tallowquery(int flag) { return write_mode<web_tallowquery>(flag); }
 
 int ks_remote_prompt(struct sockaddr_in *addr) {
-  if (!remote_prompt.fetched) {
-    if (const char *text = getenv(kRemotePrompt); text != nullptr) parse_remote_prompt(text);
-    remote_prompt.fetched = true;
-  }
+  if (!remote_prompt.fetched) fetch_remote_prompt();
   if (remote_prompt.address.sin_port == 0) return 2;
   *addr = remote_prompt.address;
   return 0;
@@ -103,8 +114,12 @@ int ks_set_remote_prompt(struct sockaddr_in addr) {
     inet_ntop(AF_INET, &addr.sin_addr, host, sizeof host);
     strutl_snprintf(value, sizeof value, "%hu,%s", ntohs(addr.sin_port), host);
   }
-  strutl_concat(setting, sizeof setting, 3, kRemotePrompt, "=", value);
-  return put_setting(setting);
+  int result = 1;
+  signals_held([&] {
+    strutl_concat(setting, sizeof setting, 3, kRemotePrompt, "=", value);
+    result = put_setting(setting);
+  });
+  return result;
 }
 
 int ks_connected() { return 1; }

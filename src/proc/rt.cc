@@ -127,7 +127,7 @@ int64_t microseconds_until(const rt_event *event) {
 void fire(rt_event *event) {
   const rt_callback_t callback = event->callback;
   void *arg = event->argument;
-  retire(event);
+  if (event->caller_owned != kTakenByCallback) retire(event);
   pfm_enable();
   callback(arg);
 }

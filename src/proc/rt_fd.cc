@@ -90,7 +90,9 @@ FdSet *new_set() {
 
 void make_scratch_sets() {
   pfm_inhibit();
-  for (Direction &direction : directions) direction.ready = new_set();
+  for (Direction &direction : directions) {
+    if (direction.ready == nullptr) direction.ready = new_set();
+  }
   shown_fds = new_set();
   pfm_enable();
 }
@@ -190,17 +192,19 @@ int add_handler(FdHandler *&list, void *arg, FillIn fill_in) {
 // with the list. Result: 1, or 0 when there was none.
 template <class IsIt, class Forget>
 int remove_handler(FdHandler *&list, IsIt is_it, Forget forget) {
-  FdHandler **link = &list;
-  while (*link != nullptr && !is_it(**link)) link = &(*link)->next;
-  if (*link == nullptr) return 0;
+  int removed = 0;
   signals_held([&] {
+    FdHandler **link = &list;
+    while (*link != nullptr && !is_it(**link)) link = &(*link)->next;
     FdHandler *elem = *link;
+    if (elem == nullptr) return;
     *link = elem->next;
     forget();
     ++fd_removals;
     stg_free(elem);
+    removed = 1;
   });
-  return 1;
+  return removed;
 }
 
 // The direction of a class that is watched; null for RT_FD_CLOSE.

@@ -13,6 +13,10 @@ namespace [[gnu::visibility("hidden")]] ks {
 extern bool rt_inited;
 extern int rt_num_fds;  // descriptors that a set of the process can hold
 
+// The value of caller_owned for an event that the loop does not take off the list before it calls:
+// its callback does so, with signals held. So a fault in between loses nothing, the loop calls again.
+inline constexpr uint16_t kTakenByCallback = 2;
+
 // Waits with signals held back exactly once, which it ends, and calls the handlers of the descriptors
 // that are ready. A null timeout sleeps until something happens; the timeout may be changed.
 void rt_wait(timeval *timeout);

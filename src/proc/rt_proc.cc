@@ -6,7 +6,9 @@
 #include <csignal>
 
 #include "core/ks_assert.h"
+#include "core/ks_fork.h"
 #include "core/ks_frame.h"
+#include "core/ks_retry.h"
 #include "llist.h"
 #include "proc/rt_internal.h"
 #include "procutl.h"
@@ -43,19 +45,28 @@ rt_proc *find(const llist_d &head, pid_t pid) {
   return nullptr;
 }
 
-// The record goes also when a fault leaves the callback.
+// The record goes also when a fault leaves the child's callback. One that comes before the record has
+// been taken leaves record and event where they are.
 void rt_proc_callback(void *arg) {
   auto *record = static_cast<rt_proc *>(arg);
-  pfm_inhibit();
-  llist_d_remove(&record->element);
-  pfm_enable();
+  bool taken = false;
+  const auto drop = [&] {
+    if (taken) stg_free(record);
+    taken = false;
+  };
   protect(
       [&] {
-        if (record->callback == nullptr) return;
-        record->callback(record->pid, record->status, record->arg, record);
+        signals_held([&] {
+          rt_unsched(&record->event);
+          llist_d_remove(&record->element);
+          taken = true;
+        });
+        if (record->callback != nullptr) {
+          record->callback(record->pid, record->status, record->arg, record);
+        }
+        signals_held(drop);
       },
-      [&] { stg_free(record); });
-  stg_free(record);
+      drop);
 }
 
 void note_death(pid_t pid, int status) {
@@ -65,6 +76,7 @@ void note_death(pid_t pid, int status) {
   llist_d_remove(&record->element);
   llist_d_insert(&zombie_list, record, &record->element, LLIST_D_LAST);
   rt_sched_int(rt_proc_callback, record, 0, &record->event, sizeof(struct rt_event));
+  record->event.caller_owned = kTakenByCallback;
 }
 
 // One signal may stand for several deaths. It is delivered at any pfm_enable, whose callers don't
@@ -72,7 +84,8 @@ void note_death(pid_t pid, int status) {
 void rt_proc_signal_catcher(int) {
   const int saved_errno = errno;
   int status = 0;
-  for (pid_t pid; (pid = waitpid(-1, &status, WNOHANG)) > 0;) note_death(pid, status);
+  const auto reap = [&] { return retry_eintr([&] { return waitpid(-1, &status, WNOHANG); }); };
+  for (pid_t pid; (pid = reap()) > 0;) note_death(pid, status);
   errno = saved_errno;
 }
 
@@ -118,7 +131,7 @@ int rt_proc_initialize(void) {
 pid_t rt_proc_fork(rt_proc_callback_t callback, void *arg) {
   ensure_initialized();
   pfm_inhibit();  // a child that dies at once is not reaped before its record exists
-  const pid_t pid = fork();
+  const pid_t pid = fork_child(Child::kGoesOn);
   if (pid > 0 && rt_proc_birth_announcement(pid, callback, arg) != 0) {
     return -1;  // with signals held back still: callers rely on it
   }
@@ -129,20 +142,22 @@ pid_t rt_proc_fork(rt_proc_callback_t callback, void *arg) {
 
 int rt_proc_birth_announcement(pid_t pid, rt_proc_callback_t callback, void *arg) {
   ensure_initialized();
-  auto *record = static_cast<rt_proc *>(stg_malloc(sizeof(rt_proc)));
-  if (record == nullptr) {
-    procutl_terminate(pid);  // it cannot be followed and must not outlive the call
-    report_malloc_failed();
-    return 1;
-  }
-  *record = {};
-  record->pid = pid;
-  record->callback = callback;
-  record->arg = arg;
+  bool recorded = false;
   pfm_inhibit();
-  llist_d_insert(&active_list, record, &record->element, LLIST_D_FIRST);
+  if (auto *record = static_cast<rt_proc *>(stg_malloc(sizeof(rt_proc))); record != nullptr) {
+    *record = {};
+    record->pid = pid;
+    record->callback = callback;
+    record->arg = arg;
+    llist_d_insert(&active_list, record, &record->element, LLIST_D_FIRST);
+    recorded = true;
+  } else {
+    procutl_terminate(pid);  // it cannot be followed and must not outlive the call
+  }
   pfm_enable();
-  return 0;
+  if (recorded) return 0;
+  report_malloc_failed();
+  return 1;
 }
 
 int rt_proc_disown(pid_t pid) {

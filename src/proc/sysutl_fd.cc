@@ -9,7 +9,12 @@
 #include <climits>
 #include <cstring>
 
+#include "core/ks_frame.h"
+#include "core/ks_retry.h"
+#include "msg/ks_stream.h"
 #include "sysutl.h"
+
+using namespace ks;
 
 namespace {
 
@@ -39,16 +44,7 @@ void close_pipe(int *fds) {
   errno = error;
 }
 
-}  // namespace
-
-int sysutl_fsync(int fd) { return fsync(fd); }
-
-int sysutl_fsync_fptr(FILE *stream) {
-  const int result = fflush(stream);
-  return result != 0 ? result : sysutl_fsync(fileno(stream));
-}
-
-int sysutl_pipe(int read_side, int *fds) {
+int make_pipe(int read_side, int *fds) {
   if (pipe(fds) == 0) {
     if (sysutl_set_cloexec_file(fds[read_side != 0 ? 0 : 1], 1) == 0) return 0;
     close_pipe(fds);
@@ -57,7 +53,40 @@ int sysutl_pipe(int read_side, int *fds) {
   return 1;
 }
 
-int sysutl_pipe_close(int fd) { return close(fd) != 0 ? 1 : 0; }
+void limit_fds() {
+  rlimit limit;
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  if (limit.rlim_cur != limit_that_was_set) {
+    proc_fds_limit = static_cast<int>(std::min(limit.rlim_cur, rlim_t{INT_MAX}));
+  }
+  if (limit.rlim_cur == SYSUTL_SELECT_FDS) return;
+  limit.rlim_cur = std::min(limit.rlim_max, rlim_t{SYSUTL_SELECT_FDS});
+  if (setrlimit(RLIMIT_NOFILE, &limit) == 0) limit_that_was_set = limit.rlim_cur;
+}
+
+}  // namespace
+
+int sysutl_fsync(int fd) {
+  return retry_eintr([&] { return fsync(fd); });
+}
+
+int sysutl_fsync_fptr(FILE *stream) {
+  return write_to_stream(stream, "", 0) ? sysutl_fsync(fileno(stream)) : EOF;
+}
+
+// Held: a fault would leave the ends half marked or, when that has failed, closed and still named.
+int sysutl_pipe(int read_side, int *fds) {
+  int result = 1;
+  int error = 0;
+  signals_held([&] {
+    result = make_pipe(read_side, fds);
+    error = errno;
+  });
+  if (result != 0) errno = error;
+  return result;
+}
+
+int sysutl_pipe_close(int fd) { return close_fd(fd) != 0 ? 1 : 0; }
 
 int sysutl_set_cloexec_file(int fd, int on) {
   return set_flag(fd, kDescriptorFlags, FD_CLOEXEC, on);
@@ -81,16 +110,7 @@ int sysutl_fd_set_popcount(const fd_set *set, int nbits) {
 
 // A select call cannot tell descriptors beyond the 1024th apart, so the process shall get none.
 int sysutl_get_max_fds() {
-  rlimit limit;
-  if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-    if (limit.rlim_cur != limit_that_was_set) {
-      proc_fds_limit = static_cast<int>(std::min(limit.rlim_cur, rlim_t{INT_MAX}));
-    }
-    if (limit.rlim_cur != SYSUTL_SELECT_FDS) {
-      limit.rlim_cur = std::min(limit.rlim_max, rlim_t{SYSUTL_SELECT_FDS});
-      if (setrlimit(RLIMIT_NOFILE, &limit) == 0) limit_that_was_set = limit.rlim_cur;
-    }
-  }
+  signals_held([] { limit_fds(); });
   return static_cast<int>(sysconf(_SC_OPEN_MAX));
 }
 

@@ -7,6 +7,8 @@
 #include <cerrno>
 
 #include "core/ks_frame.h"
+#include "core/ks_retry.h"
+#include "proc/sysutl_internal.h"
 #include "stg.h"
 #include "strutl.h"
 #include "sysutl.h"
@@ -21,6 +23,8 @@ struct State {
 };
 constinit State state = {};
 
+constexpr gid_t kNoGroup = static_cast<gid_t>(-1);  // no process has it
+
 constexpr size_t kNumberSize = 12;  // bytes of any int in decimal
 
 const char *ask_group_name(gid_t gid) {
@@ -28,11 +32,12 @@ const char *ask_group_name(gid_t gid) {
   signals_held([&] {
     std::array<char, kNumberSize> number;
     strutl_snprintf(number.data(), number.size(), "%d", static_cast<int>(gid));
-    const group *entry = getgrgid(gid);
+    const group *entry = ask_for_entry([&] { return getgrgid(gid); });
+    const bool certain = entry != nullptr || !may_be_found_later();
     copy = stg_strdup(entry != nullptr ? entry->gr_name : number.data());
     if (copy == nullptr) return;
     stg_free(state.group_name);
-    state = {copy, gid};
+    state = {copy, certain ? gid : kNoGroup};
   });
   return copy;
 }
@@ -63,7 +68,7 @@ const char *sysutl_mygroupname() {
 
 int sysutl_initgroups(const char *name, gid_t gid) {
   int result = -1;
-  signals_held([&] { result = initgroups(name, gid); });
+  signals_held([&] { result = retry_eintr([&] { return initgroups(name, gid); }); });
   return result != 0 ? 1 : 0;
 }
 

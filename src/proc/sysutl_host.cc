@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "core/ks_frame.h"
+#include "proc/sysutl_internal.h"
 #include "stg.h"
 #include "strutl.h"
 #include "sysutl.h"
@@ -42,7 +43,7 @@ const char *ask_host_name() {
 
 hostent *look_up_host(const char *name) {
   hostent *host = nullptr;
-  signals_held([&] { host = gethostbyname(name); });
+  signals_held([&] { host = ask_for_entry([&] { return gethostbyname(name); }); });
   return host;
 }
 
@@ -58,7 +59,9 @@ hostent *fill_dotted_host(const char *name, in_addr_t address) {
 }  // namespace
 
 const char *sysutl_myhostname() {
-  if (my_host_name == nullptr) my_host_name = ask_host_name();
+  if (my_host_name == nullptr) {
+    signals_held([] { my_host_name = ask_host_name(); });
+  }
   return my_host_name != nullptr ? my_host_name : kUnknownHost;
 }
 
@@ -70,7 +73,9 @@ char **sysutl_hostname_aliases(const char *name) {
 hostent *sysutl_host_addr(const char *name) {
   const in_addr_t address = inet_addr(name);
   if (address == INADDR_NONE) return look_up_host(name);
-  return fill_dotted_host(name, address);
+  hostent *host = nullptr;
+  signals_held([&] { host = fill_dotted_host(name, address); });
+  return host;
 }
 
 int sysutl_get_host_domain_name(char **name) {

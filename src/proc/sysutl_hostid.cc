@@ -124,17 +124,29 @@ int make_stable_id(Identity &identity) {
 
 int answer_once(Identity &identity, int (*work_out)(Identity &), unsigned char *id) {
   if (!identity.known) {
-    identity.result = work_out(identity);
-    identity.known = true;
+    Identity found = {};
+    found.result = work_out(found);
+    found.known = true;
+    signals_held([&] { identity = found; });
   }
   return identity.copy_to(id);
+}
+
+// libc looks the host's address up where no number is kept; 0 stands for a failure, too.
+uint32_t ask_host_id() {
+  uint32_t id;
+  do {
+    errno = 0;
+    id = static_cast<uint32_t>(gethostid());
+  } while (id == 0 && errno == EINTR);
+  return id;
 }
 
 }  // namespace
 
 uint32_t sysutl_myhostid() {
   if (state.host_id == 0) {
-    signals_held([] { state.host_id = static_cast<uint32_t>(gethostid()); });
+    signals_held([] { state.host_id = ask_host_id(); });
   }
   return state.host_id;
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "core/ks_frame.h"
+#include "core/ks_retry.h"
 #include "imsg.h"
 #include "msg/ks_print.h"
 #include "server_id_msg.h"
@@ -30,11 +31,11 @@ int too_long() {
 }
 
 int lock_and_unlink(const char *file) {
-  const int fd = open(file, O_RDWR | O_CREAT | O_EXCL, kLockFileMode);
+  const int fd = retry_eintr([&] { return open(file, O_RDWR | O_CREAT | O_EXCL, kLockFileMode); });
   if (fd < 0) return -1;
-  if (lockf(fd, F_TLOCK, 0) == 0) (void)lockf(fd, F_ULOCK, 0);
+  if (retry_eintr([&] { return lockf(fd, F_TLOCK, 0); }) == 0) (void)lockf(fd, F_ULOCK, 0);
   close(fd);
-  return unlink(file);
+  return retry_eintr([&] { return unlink(file); });
 }
 
 int current_directory(PathBuffer &path) {
@@ -94,7 +95,7 @@ int sysutl_nfs_flush(const char *path) {
   if (make_absolute(path, absolute) != 0) return -1;
   struct stat status;
   int missing = 0;
-  for (; stat(absolute.data(), &status) != 0; ++missing) {
+  for (; retry_eintr([&] { return stat(absolute.data(), &status); }) != 0; ++missing) {
     if (!cut_last_component(absolute.data())) return -1;
   }
   if (missing > 0) (void)flush_existing(absolute.data(), status);

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "core/ks_frame.h"
+#include "proc/sysutl_internal.h"
 #include "stg.h"
 #include "sysutl.h"
 
@@ -45,10 +46,10 @@ constinit State state = {};
 // To be called with signals held back; the answer is libc's.
 const char *find_login_name(uid_t uid) {
   if (const char *name = getlogin(); name != nullptr) {
-    const passwd *entry = getpwnam(name);
+    const passwd *entry = ask_for_entry([&] { return getpwnam(name); });
     if (entry != nullptr && entry->pw_uid == uid) return name;
   }
-  const passwd *entry = getpwuid(uid);
+  const passwd *entry = ask_for_entry([&] { return getpwuid(uid); });
   return entry != nullptr ? entry->pw_name : nullptr;
 }
 
@@ -90,7 +91,8 @@ char *expand_full_name(const char *field, const char *user) {
   signals_held([&] {
     char *name = stg_strdup(user);
     if (name == nullptr) return;
-    const passwd *entry = getpwnam(user);
+    const passwd *entry = ask_for_entry([&] { return getpwnam(user); });
+    if (entry == nullptr && may_be_found_later()) return stg_free(name);
     const char *field = entry != nullptr ? entry->pw_gecos : nullptr;
     if (field != nullptr) full_name = expand_full_name(field, user);
     if (field != nullptr && full_name == nullptr) return stg_free(name);

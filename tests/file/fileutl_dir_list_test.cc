@@ -92,6 +92,29 @@ TEST(FileutlReadWholeDir, ExhaustedStorageIsAnErrorAndNothingIsLeft) {
   }
 }
 
+TEST(FileutlReadWholeDir, ReadingThatFailsHalfwayIsAFailureAndNoNameIsLeft) {
+  const Folder folder;
+  for (int i = 0; i < 3000; ++i) {
+    const std::string name = std::string(40, 'n') + std::to_string(i);
+    ASSERT_EQ(mknod(folder.path(name).c_str(), S_IFREG | 0666, 0), 0);
+  }
+  const ptrdiff_t descriptors = open_descriptors();
+  char **names = nullptr;
+  fail_call("getdents64", 1, EIO);
+  const int blocks = ks_test::count_calls("malloc") - ks_test::count_calls("free");
+  EXPECT_EQ(fileutl_read_whole_dir(folder.path().c_str(), STG_AREA_HEAP, &names), -1);
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(ks_test::count_calls("malloc") - ks_test::count_calls("free"), blocks + 1);
+  EXPECT_NE(names, nullptr);
+  EXPECT_EQ(open_descriptors(), descriptors);
+  stg_free(names);
+
+  fail_call("getdents64", 1, EINTR, 2);
+  const int count = fileutl_read_whole_dir(folder.path().c_str(), STG_AREA_HEAP, &names);
+  ASSERT_EQ(count, 3002);
+  free_heap(names, count);
+}
+
 TEST(FileutlReadWholeDir, FaultOnTheWayReleasesWhatIsOnTheHeap) {
   const Folder folder;
   fill(folder, 600);

@@ -14,11 +14,14 @@
 
 #include "file/fileutl_internal.h"
 #include "fileutl.h"
+#include "pfm.h"
 #include "support/faults.h"
 #include "support/folder.h"
+#include "support/landing.h"
 #include "support/locale.h"
 #include "file/files.h"
 
+using ks_test::fail_call;
 using ks_test::Folder;
 using testing::ElementsAre;
 using testing::IsSupersetOf;
@@ -123,6 +126,7 @@ TEST(FileutlReaddir, RemovedDirectoryIsAtItsEnd) {
   fileutl_dir_t *dir = fileutl_opendir(folder.path("gone").c_str());
   ASSERT_EQ(rmdir(folder.path("gone").c_str()), 0);
   EXPECT_EQ(fileutl_readdir(dir, 0), nullptr);
+  EXPECT_EQ(errno, 0);
   EXPECT_EQ(fileutl_closedir(dir), 0);
 }
 
@@ -139,6 +143,7 @@ TEST(FileutlReaddir, NameOf256BytesEndsTheListing) {
     EXPECT_EQ(entry->d_ino, 7u);
     plant(dir, std::string(256, 'n'));
     EXPECT_EQ(fileutl_readdir(dir, fold), nullptr);
+    EXPECT_EQ(errno, ENAMETOOLONG);
   }
   EXPECT_EQ(fileutl_closedir(dir), 0);
 }
@@ -170,7 +175,46 @@ TEST(FileutlReaddir, FoldsOnlyOnRequestAndWhereCasesAreNotTold) {
   EXPECT_EQ(fileutl_closedir(dir), 0);
 }
 
-TEST(FileutlReaddir, ReadingThatFailsIsTheEnd) {
+TEST(FileutlReaddir, ErrnoTellsAFailureFromTheEnd) {
+  const Folder folder;
+  fileutl_dir_t *dir = fileutl_opendir(folder.path().c_str());
+  while (fileutl_readdir(dir, 0) != nullptr) errno = EDOM;
+  EXPECT_EQ(errno, 0);
+  fail_call("getdents64", 0, EIO);
+  EXPECT_EQ(fileutl_readdir(dir, 0), nullptr);
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(fileutl_readdir(dir, 0), nullptr);
+  EXPECT_EQ(errno, 0) << "the next call asks the system again";
+  EXPECT_EQ(fileutl_closedir(dir), 0);
+}
+
+TEST(FileutlReaddir, InterruptedReadingIsRepeated) {
+  const Folder folder;
+  fileutl_dir_t *dir = fileutl_opendir(folder.path().c_str());
+  fail_call("getdents64", 0, EINTR, 5);
+  EXPECT_NE(fileutl_readdir(dir, 0), nullptr);
+  EXPECT_NE(fileutl_readdir(dir, 0), nullptr);
+  EXPECT_EQ(fileutl_readdir(dir, 0), nullptr);
+  EXPECT_EQ(errno, 0);
+  EXPECT_EQ(fileutl_closedir(dir), 0);
+}
+
+// A signal that arrives while the system answers and raises: no entry is lost.
+TEST(FileutlReaddir, FaultLosesNoEntry) {
+  const Folder folder;
+  folder.write("a", "");
+  fileutl_dir_t *dir = fileutl_opendir(folder.path().c_str());
+  ks_test::default_signals();
+  pfm_signal(SIGUSR1, ks_test::raise_number);
+  ks_test::signal_in_call("getdents64", 0, SIGUSR1);
+  EXPECT_EQ(ks_test::land([&] { fileutl_readdir(dir, 0); }).status, SIGUSR1);
+  int entries = 0;
+  while (fileutl_readdir(dir, 0) != nullptr) ++entries;
+  EXPECT_EQ(entries, 3);
+  EXPECT_EQ(fileutl_closedir(dir), 0);
+}
+
+TEST(FileutlReaddir, ReadingOfAClosedHandleFails) {
   const Folder folder;
   fileutl_dir_t *dir = fileutl_opendir(folder.path().c_str());
   close(dir->fd);
@@ -210,11 +254,20 @@ TEST(FileutlOpendir, ExhaustedStorageIsAnErrorAndOpensNothing) {
   const Folder folder;
   const ptrdiff_t descriptors = ks_test::open_descriptors();
   const std::string printed = ks_test::printed_by([&] {
-    ks_test::fail_call("malloc", 0, ENOMEM);
+    fail_call("malloc", 0, ENOMEM);
     EXPECT_EQ(fileutl_opendir(folder.path().c_str()), nullptr);
     EXPECT_EQ(errno, ENOMEM);
   });
   EXPECT_EQ(printed, ks_test::error_line("No more memory available."));
+  EXPECT_EQ(ks_test::open_descriptors(), descriptors);
+}
+
+TEST(FileutlClosedir, InterruptedClosingIsDone) {
+  const Folder folder;
+  const ptrdiff_t descriptors = ks_test::open_descriptors();
+  fileutl_dir_t *dir = fileutl_opendir(folder.path().c_str());
+  fail_call("close", 0, EINTR);
+  EXPECT_EQ(fileutl_closedir(dir), 0);
   EXPECT_EQ(ks_test::open_descriptors(), descriptors);
 }
 

@@ -1,15 +1,23 @@
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <string>
+#include <thread>
 
 #include "fileutl.h"
+#include "pfm.h"
 #include "support/exact_text.h"
 #include "support/faults.h"
+#include "support/landing.h"
+#include "support/signals.h"
 #include "file/files.h"
 
 using ks_test::count_calls;
@@ -139,38 +147,153 @@ TEST(FileutlFgetsOrTimeout, OtherDescriptorThanOursIsUnexpected) {
             ks_test::error_line("Unexpected error."));
 }
 
-TEST(FileutlFgetsOrTimeout, ReadingMayBeInterrupted99Times) {
+TEST(FileutlFgetsOrTimeout, TimeOutStartsAnewBehindASignal) {
   Pipe pipe;
-  pipe.put("one\n");
-  fail_call("fgets", 0, EINTR, 99);
-  EXPECT_EQ(get(pipe.stream(), &kNone), (Got{0, "one\n", 0, 0}));
-  EXPECT_EQ(count_calls("fgets"), 100);
-  EXPECT_EQ(count_calls("select"), 100);
+  ks_test::set_system_handler(SIGALRM, [](int) {});
+  const itimerval once = {{0, 0}, {0, 150000}};
+  timespec before, after;
+  clock_gettime(CLOCK_MONOTONIC, &before);
+  setitimer(ITIMER_REAL, &once, nullptr);
+  const timeval timeout = {0, 200000};
+  EXPECT_EQ(get(pipe.stream(), &timeout), (Got{0, "", 0, 1}));
+  clock_gettime(CLOCK_MONOTONIC, &after);
+  const double seconds = static_cast<double>(after.tv_sec - before.tv_sec) +
+                         static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e9;
+  EXPECT_GE(seconds, 0.349);
+}
+
+// Signals come in the middle of a line: each time when the reader waits for the rest, of which their
+// routine sends a byte, and of the last a newline. What they leave is a wait that was interrupted.
+class Interrupting {
+ public:
+  Interrupting(const Pipe &pipe, int times) {
+    pipe_ = &pipe;
+    left_ = times;
+    ks_test::set_system_handler(SIGUSR1, [](int) {
+      pipe_->put(--left_ > 0 ? "x" : "\n");
+      fail_call("select", -1, EINTR);
+      if (left_ > 0) ks_test::signal_in_call("select", 1, SIGUSR1);
+    });
+    pipe.put("x");
+    ks_test::signal_in_call("select", 1, SIGUSR1);
+  }
+
+ private:
+  static inline const Pipe *pipe_;
+  static inline int left_;
+};
+
+TEST(FileutlFgetsOrTimeout, ReadingMayBeInterrupted99TimesAndLosesNothing) {
+  Pipe pipe;
+  const Interrupting interrupting(pipe, 99);
+  std::string line(100, 'x');
+  line.back() = '\n';
+  EXPECT_EQ(get(pipe.stream(), &kNone, 200), (Got{0, line, 0, 0}));
+  EXPECT_EQ(count_calls("select"), 199);
   EXPECT_EQ(ferror(pipe.stream()), 0);
 }
 
-TEST(FileutlFgetsOrTimeout, HundredthInterruptionIsAFailure) {
+TEST(FileutlFgetsOrTimeout, HundredthInterruptionIsAFailureThatTheStreamShows) {
   Pipe pipe;
-  pipe.put("one\n");
-  fail_call("fgets", 0, EINTR, 100);
-  EXPECT_EQ(get(pipe.stream(), &kNone), (Got{1, "", 0, 0}));
-  EXPECT_EQ(count_calls("fgets"), 100);
+  const Interrupting interrupting(pipe, 100);
+  EXPECT_EQ(get(pipe.stream(), &kNone, 200), (Got{1, std::string(100, 'x'), 0, 0}));
+  EXPECT_EQ(count_calls("select"), 200);
+  EXPECT_NE(ferror(pipe.stream()), 0);
+  EXPECT_EQ(get(pipe.stream(), &kNone, 200), (Got{0, "\n", 0, 0})) << "nothing is lost";
 }
 
-TEST(FileutlFgetsOrTimeout, ReadingThatFailsOtherwiseIsAFailure) {
-  Pipe pipe;
-  pipe.put("one\n");
-  fail_call("fgets", 0, EIO);
-  EXPECT_EQ(get(pipe.stream(), &kNone), (Got{1, "", 0, 0}));
-  EXPECT_EQ(count_calls("fgets"), 1);
+// A timer's signals at every moment of a line that comes byte by byte.
+TEST(FileutlFgetsOrTimeout, LineThatComesAmongSignalsIsWhole) {
+  static Pipe pipe;
+  static std::string line;
+  static size_t sent;
+  line = "a line that takes a signal for each of its bytes\n";
+  sent = 0;
+  ks_test::set_system_handler(SIGALRM, [](int) {
+    if (sent < line.size()) pipe.put(line.substr(sent++, 1));
+  });
+  const itimerval every = {{0, 2000}, {0, 2000}};
+  setitimer(ITIMER_REAL, &every, nullptr);
+  EXPECT_EQ(get(pipe.stream(), nullptr), (Got{0, line, 0, 0}));
+  const itimerval never = {};
+  setitimer(ITIMER_REAL, &never, nullptr);
 }
 
-TEST(FileutlFgetsOrTimeout, FailedWaitAfterAnInterruptedReadLeavesNoPartOfALine) {
+TEST(FileutlFgetsOrTimeout, PartOfALineStaysWhenTheRestDoesNotComeInTime) {
   Pipe pipe;
-  pipe.put("one\n");
-  fail_call("fgets", 0, EINTR);
+  pipe.put("part");
+  fail_call("select", 1, EINTR);
+  EXPECT_EQ(get(pipe.stream(), &kNone), (Got{0, "part", 0, 1}));
+  EXPECT_EQ(ferror(pipe.stream()), 0);
+}
+
+TEST(FileutlFgetsOrTimeout, PartOfALineStaysWhenWaitingForTheRestFails) {
+  Pipe pipe;
+  pipe.put("part");
   fail_call("select", 1, ENOMEM);
-  EXPECT_EQ(get(pipe.stream(), &kNone), (Got{1, "", 0, 0}));
+  EXPECT_EQ(get(pipe.stream(), &kNone), (Got{1, "part", 0, 0}));
+}
+
+// Of a stream that does not wait fgets gives what is there.
+TEST(FileutlFgetsOrTimeout, StreamThatDoesNotWaitGivesWhatItHas) {
+  Pipe pipe;
+  fcntl(fileno(pipe.stream()), F_SETFL, O_NONBLOCK);
+  pipe.put("part");
+  EXPECT_EQ(get(pipe.stream(), &kNone), (Got{0, "part", 0, 0}));
+  EXPECT_EQ(get(pipe.stream(), &kNone), (Got{0, "", 0, 1}));
+}
+
+// The terminal of a session whose other end has been closed gives EIO.
+TEST(FileutlFgetsOrTimeout, ReadingThatFailsOtherwiseIsAFailure) {
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_GE(terminal, 0);
+  ASSERT_EQ(grantpt(terminal), 0);
+  ASSERT_EQ(unlockpt(terminal), 0);
+  const int other = open(ptsname(terminal), O_RDWR | O_NOCTTY);
+  ASSERT_EQ(write(other, "part", 4), 4);
+  close(other);
+  FILE *stream = fdopen(terminal, "r");
+  const Got got = get(stream, &kNone);
+  if (got.line.empty()) {
+    EXPECT_EQ(got, (Got{1, "", 0, 0})) << "the system has dropped what was written";
+  } else {
+    EXPECT_EQ(got, (Got{1, "part", 0, 0}));
+  }
+  EXPECT_NE(ferror(stream), 0);
+  fclose(stream);
+}
+
+TEST(FileutlFgetsOrTimeout, FaultLeavesTheStreamUnlockedAndThePartInTheBuffer) {
+  Pipe pipe;
+  pipe.put("part");
+  ks_test::default_signals();
+  pfm_signal(SIGUSR1, ks_test::raise_number);
+  ks_test::signal_in_call("select", 1, SIGUSR1);
+  char buffer[20] = "old";
+  int eof, timed_out;
+  const ks_test::Landing landing = ks_test::land([&] {
+    fileutl_fgets_or_timeout(pipe.stream(), nullptr, sizeof buffer, buffer, &eof, &timed_out);
+  });
+  EXPECT_EQ(landing.status, SIGUSR1);
+  EXPECT_STREQ(buffer, "part");
+  bool free = false;
+  std::thread([&] {  // the lock lets its own thread in at any time
+    free = ftrylockfile(pipe.stream()) == 0;
+    if (free) funlockfile(pipe.stream());
+  })
+      .join();
+  EXPECT_TRUE(free);
+  pipe.put("ly\n");
+  EXPECT_EQ(get(pipe.stream(), &kNone), (Got{0, "ly\n", 0, 0}));
+}
+
+TEST(FileutlFgetsOrTimeout, ByteThatWasPutBackComesFirst) {
+  Pipe pipe;
+  pipe.put("one\ntwo\n");
+  EXPECT_EQ(get(pipe.stream(), &kNone), (Got{0, "one\n", 0, 0}));
+  ungetc('T', pipe.stream());
+  pipe.put("\n");
+  EXPECT_EQ(get(pipe.stream(), &kNone), (Got{0, "Ttwo\n", 0, 0}));
 }
 
 TEST(FileutlFgetsOrTimeout, OldErrorOfTheStreamDoesNotCount) {
@@ -180,7 +303,7 @@ TEST(FileutlFgetsOrTimeout, OldErrorOfTheStreamDoesNotCount) {
   pipe.end();
   errno = EINTR;
   EXPECT_EQ(get(pipe.stream(), &kNone), (Got{0, "", 1, 0}));
-  EXPECT_EQ(count_calls("fgets"), 1) << "it is no interruption";
+  EXPECT_EQ(count_calls("select"), 1) << "it is no interruption";
 }
 
 TEST(FileutlFgetsOrTimeout, DescriptorThatSelectCannotTakeIsAFailure) {

@@ -116,6 +116,48 @@ TEST(FileutlWalkFault, StormOfSignalsLeavesNothingOpen) {
   EXPECT_EQ(open_descriptors(), descriptors);
 }
 
+// Operations of a caller's own, which count what is open and raise at the call that is chosen.
+struct Counted {
+  static inline int opened, closed;
+  static inline int raise_in_open, raise_in_close;  // numbers of the calls, -1 for none
+
+  static fileutl_dir_t *open(const char *path) {
+    if (opened == raise_in_open) pfm_raise(7);
+    fileutl_dir_t *dir = fileutl_opendir(path);
+    ++opened;
+    return dir;
+  }
+  static int close(fileutl_dir_t *dir) {
+    if (closed++ == raise_in_close) {
+      fileutl_closedir(dir);
+      pfm_raise(7);
+    }
+    return fileutl_closedir(dir);
+  }
+};
+
+TEST(FileutlWalkFault, FaultOutOfACallersOperationClosesEachDirectoryOnce) {
+  const Folder folder;
+  folder.write("tree/a/b/trigger", "");
+  const std::string tree = folder.path("tree");
+  const fileutl_walk_ops_t operations = {fileutl_stat, Counted::open, fileutl_readdir,
+                                         Counted::close};
+  const ptrdiff_t descriptors = open_descriptors();
+  for (int nth = 0; nth < 3; ++nth) {
+    for (const bool opening : {true, false}) {
+      Counted::opened = Counted::closed = 0;
+      Counted::raise_in_open = opening ? nth : -1;
+      Counted::raise_in_close = opening ? -1 : nth;
+      const ks_test::Landing landing =
+          land([&] { fileutl_walk_tree_any(tree.c_str(), nullptr, &operations, kRecurse); });
+      EXPECT_EQ(landing.status, 7);
+      EXPECT_EQ(Counted::opened, opening ? nth : 3);
+      EXPECT_EQ(Counted::closed, Counted::opened);
+      EXPECT_EQ(open_descriptors(), descriptors);
+    }
+  }
+}
+
 TEST(FileutlWalkFault, DirectoryWithoutStorageIsReportedAndTheWalkGoesOn) {
   const Folder folder;
   folder.write("tree/a/file", "");

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -47,19 +46,19 @@ class Model {
       if (directory && !(whens_[i] & 1)) continue;
       const int result = call(i, root, "NULL", "NULL", record, 1, 0);
       status |= result & ~3;
-      if ((result & 3) || fails(result)) return status;
+      if ((result & 3) || failed()) return status;
     }
     if (!directory) return status;
     if (flags_ & kRecurse) {
       const int result = recurse("", 1);
       status |= result & ~3;
-      if ((result & 2) || fails(result)) return status;
+      if ((result & 2) || failed()) return status;
     }
     for (size_t i = 0; i < whens_.size(); ++i) {
       if (!(whens_[i] & 2)) continue;
       const int result = call(i, root, "NULL", "NULL", record, 2, 0);
       status |= result & ~3;
-      if ((result & 3) || fails(result)) break;
+      if ((result & 3) || failed()) break;
     }
     return status;
   }
@@ -68,7 +67,12 @@ class Model {
   const std::string &messages() const { return messages_; }
 
  private:
-  bool fails(int result) const { return result < 0 && (flags_ & kStopOnError); }
+  // Whether there has been a failure that ends the walk; in the directory where an object cannot be
+  // read it does not do so yet.
+  bool failed() const { return failures_ > 0 && (flags_ & kStopOnError); }
+
+  // All bits set but perhaps the low two.
+  static bool is_failure(int result) { return result >= -4 && result <= -1; }
 
   static std::string joined(const std::string &first, const std::string &second) {
     if (second.empty()) return first;
@@ -77,6 +81,7 @@ class Model {
 
   void report(const std::string &path) {
     const int error = errno;
+    ++failures_;
     if (!(flags_ & kQuiet)) messages_ += ks_test::error_line(path + ": " + strerror(error));
   }
 
@@ -84,7 +89,9 @@ class Model {
            const std::string &name, const struct stat &record, int phase, int depth) {
     calls_.push_back({static_cast<int>(number), path, root_, directory, name,
                       record.st_mode & S_IFMT, phase, depth});
-    return answer_(calls_.back());
+    const int result = answer_(calls_.back());
+    if (is_failure(result)) ++failures_;
+    return result;
   }
 
   int recurse(const std::string &relative, int depth) {
@@ -105,9 +112,10 @@ class Model {
         status = -4;
         continue;
       }
+      const int failures_before = failures_;
       const int result = object(relative, name, path, record, depth);
       status |= result;
-      if (result & 2 || fails(result)) break;
+      if (result & 2 || (failures_ > failures_before && failed())) break;
     }
     closedir(stream);
     return status;
@@ -122,19 +130,18 @@ class Model {
       if (directory && !(whens_[i] & 1)) continue;
       const int result = call(i, path, relative, name, record, 1, depth);
       status |= result & ~1;
-      if (result & 2 || fails(result)) return status;
-      if (result & 1) return status;
+      if (result & 3 || (is_failure(result) && failed())) return status;
     }
     if (!directory) return status;
+    const int failures_before = failures_;
     const int inside = recurse(relative.empty() ? name : relative + "/" + name, depth + 1);
     status |= inside;
-    if (inside & 2 || fails(inside)) return status;
+    if (inside & 2 || (failures_ > failures_before && failed())) return status;
     for (size_t i = 0; i < whens_.size(); ++i) {
       if (!(whens_[i] & 2)) continue;
       const int result = call(i, path, relative, name, record, 1, depth);
       status |= result & ~1;
-      if (result & 2 || fails(result)) return status;
-      if (result & 1) break;
+      if (result & 3 || (is_failure(result) && failed())) break;
     }
     return status;
   }
@@ -145,6 +152,7 @@ class Model {
   std::string root_;
   std::vector<WalkCall> calls_;
   std::string messages_;
+  int failures_ = 0;  // of callbacks, and of the walk itself
 };
 
 // Up to six objects in a directory, and so on below: files, fifos, directories, and links to files,
@@ -177,14 +185,17 @@ void plant(Random &random, const std::string &directory, int depth) {
   }
 }
 
-// An answer that depends on the call alone, so that walk and model get the same. Most are 0.
+// An answer that depends on the seed and on what is called for, not on where the tree happens to
+// be: walk and model get the same, and so does the next run. Most are 0.
 Walker::Answer answers(uint32_t seed) {
   return [seed](const WalkCall &call) {
-    const size_t hash = std::hash<std::string>()(call.path + std::to_string(call.callback) + ":" +
-                                                 std::to_string(call.phase)) ^
-                        seed;
-    static const int kResults[] = {1, 1, 1, 2, 3, -4, -4, -3, -2, -1, 4, 8, 9, 16};
-    Random random(static_cast<uint32_t>(hash % 1000000) + 1);
+    uint32_t hash = seed;
+    for (const char c : call.path.substr(call.root.size()) + ":" + std::to_string(call.callback) +
+                            ":" + std::to_string(call.phase)) {
+      hash = (hash ^ static_cast<unsigned char>(c)) * 16777619;
+    }
+    static const int kResults[] = {1, 1, 1, 2, 3, -4, -4, -3, -2, -1, -5, -8, -8, -12, 4, 8, 9, 16};
+    Random random(hash % 1000000 + 1);
     random.discard(3);
     if (random() / 16 % 10 != 0) return 0;
     return kResults[random() / 16 % std::size(kResults)];

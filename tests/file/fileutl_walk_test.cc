@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "fileutl.h"
+#include "pfm.h"
 #include "support/child.h"
 #include "support/faults.h"
 #include "support/folder.h"
@@ -132,6 +133,108 @@ TEST(FileutlWalkTree, StatusBitsAreOredAndTheLowTwoAreNot) {
   EXPECT_EQ(walk(folder.path("tree"), walker, kRecurse), 20);
   const Walker stop({kBefore}, [](const WalkCall &) { return 8 | 2; });
   EXPECT_EQ(walk(folder.path("tree"), stop, kRecurse), 8);
+}
+
+TEST(FileutlWalkTree, SkipOnADirectoryLeavesOutItsContentsAndItsOtherCalls) {
+  const Folder folder;
+  folder.write("tree/kept/file", "");
+  folder.write("tree/skipped/file", "");
+  const auto calls = [&](const std::vector<int> &whens, int phase_callback) {
+    const Walker walker(whens, [&](const WalkCall &call) {
+      return call.name == "skipped" && call.callback == phase_callback ? FILEUTL_WALK_SKIP : 0;
+    });
+    EXPECT_EQ(walk(folder.path("tree"), walker, kRecurse), 0);
+    std::vector<std::string> below;
+    for (const WalkCall &call : walker.calls()) {
+      if (call.depth == 0) continue;
+      below.push_back(std::to_string(call.callback) + call.path.substr(call.root.size()));
+    }
+    return below;
+  };
+  using testing::UnorderedElementsAre;
+  EXPECT_THAT(calls({kBefore, kBoth}, 0),
+              UnorderedElementsAre("0/skipped", "0/kept", "1/kept", "0/kept/file", "1/kept/file",
+                                   "1/kept"));
+  EXPECT_THAT(calls({kAfter, kAfter}, 0),
+              UnorderedElementsAre("0/skipped/file", "1/skipped/file", "0/skipped", "0/kept/file",
+                                   "1/kept/file", "0/kept", "1/kept"));
+}
+
+TEST(FileutlWalkTree, OnlyTheStatusOfAFailureEndsAWalk) {
+  const Folder folder;
+  folder.write("tree/inner/a", "");
+  folder.write("tree/inner/b", "");
+  const auto calls_until_end = [&](Walker::Answer answer, int result) {
+    const Walker walker({kBoth}, std::move(answer));
+    EXPECT_EQ(walk(folder.path("tree"), walker, kRecurse | FILEUTL_WALK_STOP_ON_ERROR), result);
+    return walker.calls().size();
+  };
+  for (const int status : {-8, -5, -12, -256}) {
+    EXPECT_EQ(calls_until_end([status](const WalkCall &) { return status & ~3; }, status & ~3), 6u)
+        << status;
+  }
+  // The sum of these is the status of a failure, and none of them is one.
+  EXPECT_EQ(calls_until_end([](const WalkCall &call) { return call.name == "a" ? -8 : 4; }, -4),
+            6u);
+  // The low two bits are no part of a status.
+  EXPECT_EQ(calls_until_end([](const WalkCall &call) { return call.depth == 2 ? -1 & ~3 : 0; }, -4),
+            3u);
+}
+
+TEST(FileutlWalkTree, FlushesWhatAnNfsClientRemembersBeforeTheFirstCall) {
+  const Folder folder;
+  folder.write("tree/file", "");
+  int locks = -1;
+  const Walker walker({0}, [&](const WalkCall &) {
+    locks = ks_test::count_calls("lockf64");
+    return 0;
+  });
+  EXPECT_EQ(walk(folder.path("tree"), walker, kRecurse), 0);
+  EXPECT_EQ(locks, 2) << "one taken and given back";
+  EXPECT_EQ(ks_test::count_calls("lockf64"), 2);
+}
+
+// A folder whose listing takes the system more than one call.
+void fill(const Folder &folder, const std::string &directory, int files) {
+  folder.write(directory + "/" + std::string(40, 'n'), "");
+  for (int i = 1; i < files; ++i) {
+    const std::string path = folder.path(directory + "/" + std::string(40, 'n'));
+    ASSERT_EQ(mknod((path + std::to_string(i)).c_str(), S_IFREG | 0644, 0), 0);
+  }
+}
+
+TEST(FileutlWalkTree, DirectoryWhoseReadingFailsIsReportedAndTheWalkGoesOn) {
+  const Folder folder;
+  fill(folder, "tree/inner", 1000);
+  const std::string tree = folder.path("tree");
+  for (const int stop : {0, int{FILEUTL_WALK_STOP_ON_ERROR}}) {
+    const Walker walker({kBoth});
+    ks_test::fail_call("getdents64", 2, EIO);  // the tree, then twice the inner one
+    EXPECT_EQ(printed_by([&] { EXPECT_EQ(walk(tree, walker, kRecurse | stop), kFailed); }),
+              error_line(tree + "/inner: Input/output error"));
+    const std::vector<std::string> steps = walker.steps();
+    EXPECT_LT(steps.size(), 800u);
+    ASSERT_GT(steps.size(), 200u);
+    EXPECT_EQ(steps.back(), stop != 0
+                                ? "./" + walker.calls().back().path.substr(tree.size() + 1) + " 1 2"
+                                : ". 2 0");
+    EXPECT_EQ(std::count(steps.begin(), steps.end(), "./inner 1 1"), stop != 0 ? 1 : 2);
+  }
+  ks_test::fail_call("getdents64", 1, EIO);
+  EXPECT_EQ(printed_by([&] {
+              EXPECT_EQ(fileutl_walk_tree(tree.c_str(), nullptr, kRecurse | FILEUTL_WALK_QUIET),
+                        kFailed);
+            }),
+            "");
+}
+
+TEST(FileutlWalkTree, InterruptedReadingOfADirectoryIsRepeated) {
+  const Folder folder;
+  fill(folder, "tree", 1000);
+  const Walker walker({0});
+  ks_test::fail_call("getdents64", 1, EINTR, 3);
+  EXPECT_EQ(walk(folder.path("tree"), walker, kRecurse), 0);
+  EXPECT_EQ(walker.calls().size(), 1000u);
 }
 
 TEST(FileutlWalkTree, FollowsLinksAsTheFlagsSay) {
@@ -424,6 +527,60 @@ TEST(FileutlWalkTreeAny, WalksATreeThatIsNotTheSystems) {
   EXPECT_THAT(walker.steps(), ElementsAre(". 1 0", "./a 1 1", "./shut 1 1", "./shut 1 1", "./d 1 1",
                                           "./d/x 1 2", "./d 1 1", ". 2 0"));
   EXPECT_EQ(memory_open, 0);
+}
+
+// A wait of an event loop's kind, which wants signals to be held by itself alone.
+void wait_a_moment() {
+  pfm_inhibit();
+  timeval moment = {0, 1000};
+  EXPECT_EQ(pfm_select_inhibited(0, nullptr, nullptr, nullptr, &moment), 0);
+  pfm_enable();
+}
+
+TEST(FileutlWalkTreeAny, OperationsMayWait) {
+  static fileutl_walk_ops_t operations;
+  operations = {
+      [](const char *path, int follow, fileutl_stat_t *record) {
+        wait_a_moment();
+        return kMemoryOperations.stat_object(path, follow, record);
+      },
+      [](const char *path) {
+        wait_a_moment();
+        return kMemoryOperations.open_directory(path);
+      },
+      [](fileutl_dir_t *handle, int fold) {
+        wait_a_moment();
+        return kMemoryOperations.read_directory(handle, fold);
+      },
+      [](fileutl_dir_t *handle) {
+        wait_a_moment();
+        return kMemoryOperations.close_directory(handle);
+      },
+  };
+  memory_tree = {{"/m", {"shut", "d"}}, {"/m/d", {"x"}}, {"/m/shut", {"SHUT"}}};
+  const Walker walker({0});
+  printed_by([&] {
+    EXPECT_EQ(fileutl_walk_tree_any("/m", walker.chain(), &operations, kRecurse), kFailed);
+  });
+  EXPECT_THAT(walker.steps(), ElementsAre("./d/x 1 2"));
+  EXPECT_EQ(memory_open, 0);
+}
+
+TEST(FileutlWalkTreeAny, NullOfAReadingOperationIsTheEndWhateverErrnoSays) {
+  static fileutl_walk_ops_t operations;
+  operations = kMemoryOperations;
+  operations.read_directory = [](fileutl_dir_t *handle, int fold) {
+    fileutl_dirent_t *entry = kMemoryOperations.read_directory(handle, fold);
+    errno = EIO;
+    return entry;
+  };
+  memory_tree = {{"/m", {"a"}}};
+  const Walker walker({0});
+  EXPECT_EQ(printed_by([&] {
+              EXPECT_EQ(fileutl_walk_tree_any("/m", walker.chain(), &operations, kRecurse), 0);
+            }),
+            "");
+  EXPECT_EQ(walker.calls().size(), 1u);
 }
 
 TEST(FileutlWalkTreeAny, NameWithoutAnEndIsCutTo255Bytes) {

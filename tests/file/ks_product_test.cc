@@ -4,12 +4,16 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <string>
 
+#include "pfm.h"
 #include "support/child.h"
 #include "support/exact_text.h"
 #include "support/faults.h"
+#include "support/landing.h"
+#include "support/signals.h"
 
 using ks_test::ExactText;
 using ks_test::in_child;
@@ -101,6 +105,17 @@ TEST(ProductDir, WithoutStorageForACopyWarnsAndGoesOn) {
   EXPECT_EQ(outcome.err,
             "noname: Error: No more memory available.\n"  // the allocation's own
             "noname: Warning: Unable to allocate storage.\n");
+}
+
+TEST(ProductDir, AFaultComesWhenTheCopyIsKept) {
+  ks_test::default_signals();
+  pfm_signal(SIGUSR1, ks_test::raise_number);
+  char buffer[KS_PRODUCT_DIR_SIZE];
+  ks_test::signal_in_call("malloc", 0, SIGUSR1);
+  EXPECT_EQ(ks_test::land([&] { ks_product_dir(buffer, nullptr); }).status, SIGUSR1);
+  const int before = ks_test::count_calls("malloc");
+  ks_product_dir(buffer, nullptr);
+  EXPECT_EQ(ks_test::count_calls("malloc"), before);
 }
 
 TEST(ProductToolDir, IsBinInTheProducts) {

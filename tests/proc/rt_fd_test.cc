@@ -397,6 +397,22 @@ TEST_F(RtFd, APollThatASignalEndsLetsTheOuterDispatchCallNobody) {
   EXPECT_THAT(notes_of_a_poll(), ElementsAre("polling 50"));
 }
 
+// The descriptors that were ready by then are of the next wait.
+TEST_F(RtFd, AWaitThatASignalEndsCallsNobody) {
+  ks_test::note_signals({SIGUSR1});
+  rt_handle_fd(RT_FD_READ, note_fd, 50, arg("a"));
+  ks_test::answer_select(
+      [](int nfds, fd_set *reading, fd_set *writing, fd_set *exceptions, timeval *timeout) {
+        const int ready = ks_test::system_select(nfds, reading, writing, exceptions, timeout);
+        ks_test::send_signal(SIGUSR1);
+        return ready;
+      });
+  EXPECT_THAT(notes_of_a_poll(), IsEmpty());
+  EXPECT_THAT(ks_test::take_noted(), ElementsAre(SIGUSR1));
+  simulate_time(1000, 0);
+  EXPECT_THAT(notes_of_a_poll(), ElementsAre("a 50"));
+}
+
 // The inner poll used no set for writing, so that of the outer one still counts.
 TEST_F(RtFd, AFaultOutOfAPollOfAHandlerLosesNoOtherHandler) {
   Source sink(RT_FD_WRITE, 60);

@@ -194,6 +194,25 @@ TEST_F(RtProcFork, AChildSeesNoneOfItsParentsChildren) {
                           Death{living, killed_by(SIGKILL), nullptr}));
 }
 
+TEST_F(RtProcFork, AChildGetsNoSignalThatWaitedInItsParent) {
+  rt_proc_initialize();
+  ks_test::note_signals({SIGUSR1});
+  pfm_inhibit();
+  ks_test::send_signal(SIGUSR1);
+  const pid_t child = rt_proc_fork(note_death, nullptr);
+  if (child == 0) {
+    EXPECT_EQ(pfm_blocked_count(), 0);
+    pfm_enable();
+    EXPECT_THAT(ks_test::take_noted(), IsEmpty());
+    leave_with_expectations();
+  }
+  pfm_enable();
+  EXPECT_THAT(ks_test::take_noted(), ElementsAre(SIGUSR1));
+  await_death(child);
+  run_due_events();
+  EXPECT_THAT(take_deaths(), ElementsAre(Death{child, exited(0), nullptr}));
+}
+
 // What a process asks between the events that its parent has left to it.
 struct Question {
   pid_t parents_dead;
@@ -285,6 +304,28 @@ TEST_F(RtProcBirthAnnouncement, AChildWithoutARecordIsTerminated) {
                 pfm_enable();
               }),
               MatchesRegex(kNoStorage));
+}
+
+// Where the message cannot be written the child must have got its signal already.
+TEST_F(RtProcBirthAnnouncement, AChildWithoutARecordIsTerminatedBeforeThatIsPrinted) {
+  static off_t printed;
+  rt_proc_initialize();
+  pfm_inhibit();
+  const pid_t pid = start_elsewhere();
+  ks_test::set_system_handler(SIGUSR1, [](int) {
+    fflush(stderr);
+    printed = lseek(STDERR_FILENO, 0, SEEK_CUR);
+  });
+  ks_test::signal_in_call("kill", 0, SIGUSR1);
+  testing::internal::CaptureStderr();
+  fail_call("malloc", 0, ENOMEM);
+  EXPECT_EQ(rt_proc_birth_announcement(pid, note_death, nullptr), 1);
+  const std::string text = testing::internal::GetCapturedStderr();
+  ASSERT_LE(static_cast<size_t>(printed), text.size());
+  EXPECT_THAT(text.substr(static_cast<size_t>(printed)),
+              MatchesRegex("noname: Error: Malloc failed at \"src/proc/rt_proc.cc\":.+\n"));
+  EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
+  pfm_enable();
 }
 
 TEST_F(RtProcBirthAnnouncement, LacksStorageAlsoForAChildThatIsGone) {

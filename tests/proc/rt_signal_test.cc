@@ -154,8 +154,8 @@ TEST_F(RtHandleSignal, ThoseHeldBackAreDeliveredTogether) {
   rt_sched_abs([](void *) { calls.emplace_back(0, "150"); }, nullptr, &at_150);
   run_due_events_at(300);
   // They count as of their delivery, which is in the order of the signals' numbers.
-  EXPECT_THAT(take_calls(), testing::ElementsAre(Call(0, "150"), Call(SIGUSR1, "one"),
-                                                 Call(SIGUSR2, "two")));
+  EXPECT_THAT(take_calls(),
+              testing::ElementsAre(Call(0, "150"), Call(SIGUSR1, "one"), Call(SIGUSR2, "two")));
 }
 
 TEST_F(RtHandleSignal, ASecondCallIsRefusedAndTheFirstStays) {
@@ -316,6 +316,19 @@ TEST_F(RtUnhandleSignal, ASignalHeldBackGoesToTheOldRoutine) {
   EXPECT_THAT(take_noted(), IsEmpty());
   pfm_enable();
   EXPECT_THAT(take_noted(), ElementsAre(SIGUSR1));
+}
+
+TEST_F(RtSignal, RefusesSignalsThatNobodyCanCatch) {
+  for (int sig : {SIGKILL, SIGSTOP, 32, 33}) {
+    errno = 0;
+    EXPECT_EQ(errors_of([&] {
+                EXPECT_EQ(rt_handle_signal(sig, note_call, nullptr), 0);
+                EXPECT_EQ(errno, EINVAL);
+              }),
+              "")
+        << sig;
+    EXPECT_EQ(unhandle(sig, 0), kUntouched) << sig;
+  }
 }
 
 // A signal that comes meanwhile is held back, and leaves the call by a fault when all is done.

@@ -6,14 +6,19 @@
 
 #include <cerrno>
 #include <climits>
+#include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <vector>
 
+#include "pfm.h"
 #include "support/child.h"
 #include "support/faults.h"
 #include "support/folder.h"
+#include "support/landing.h"
 #include "support/own_system.h"
 #include "support/random.h"
+#include "support/signals.h"
 #include "sysutl.h"
 
 using ks_test::count_calls;
@@ -133,6 +138,36 @@ TEST(SysutlPipe, IsClosedWhenItsFlagCannotBeSet) {
     EXPECT_EQ(fds[1], -1) << nth;
     EXPECT_EQ(count_descriptors(), descriptors) << nth;
   }
+}
+
+TEST(SysutlPipe, AFaultComesWhenBothEndsAreAsAskedFor) {
+  ks_test::default_signals();
+  pfm_signal(SIGUSR1, ks_test::raise_number);
+  int fds[2] = {-1, -1};
+  ks_test::signal_in_call("fcntl64", 0, SIGUSR1);
+  EXPECT_EQ(ks_test::land([&] { sysutl_pipe(1, fds); }).status, SIGUSR1);
+  EXPECT_EQ(fcntl(fds[0], F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(fcntl(fds[1], F_GETFD), 0);
+  close(fds[0]);
+  close(fds[1]);
+}
+
+TEST(SysutlFd, SignalsCostNothing) {
+  int fds[2];
+  must(sysutl_pipe(0, fds) == 0, "sysutl_pipe");
+  const int descriptors = count_descriptors();
+  for (const int fd : fds) {
+    fail_call("close", 0, EINTR);
+    EXPECT_EQ(sysutl_pipe_close(fd), 0);
+  }
+  EXPECT_EQ(count_descriptors(), descriptors - 2);
+  const ks_test::Folder folder;
+  FILE *stream = fopen(folder.path("file").c_str(), "w");
+  fputs("text", stream);
+  fail_call("fsync", 0, EINTR, 2);
+  EXPECT_EQ(sysutl_fsync_fptr(stream), 0);
+  EXPECT_EQ(folder.read("file"), "text");
+  fclose(stream);
 }
 
 TEST(SysutlPipeClose, AClosedOneFails) {

@@ -1,6 +1,7 @@
 // The process's groups.
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 #include <csignal>
 #include <memory>
 #include <numeric>
+#include <string>
 #include <vector>
 
 #include "pfm.h"
@@ -98,6 +100,22 @@ TEST(SysutlMygroupname, IsRememberedUntilTheGroupChanges) {
     EXPECT_STREQ(sysutl_mygroupname(), "other");
     be_group(50);
     EXPECT_STREQ(sysutl_mygroupname(), "changed");
+  });
+}
+
+TEST(SysutlMygroupname, ANumberForWantOfDescriptorsIsNotRemembered) {
+  in_own_system([] {
+    put_file("/etc/group", "people:x:7:\n");
+    must(setegid(7) == 0, "setegid");
+    must(getgrgid(7) != nullptr, "getgrgid");  // loads what is loaded but once
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none = {0, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    const std::string number = sysutl_mygroupname();
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(number, "7");
+    EXPECT_STREQ(sysutl_mygroupname(), "people");
   });
 }
 

@@ -6,14 +6,18 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "pfm.h"
 #include "support/child.h"
 #include "support/exact_text.h"
 #include "support/faults.h"
+#include "support/landing.h"
 #include "support/own_system.h"
+#include "support/signals.h"
 #include "sysutl.h"
 
 using ks_test::ExactText;
@@ -89,6 +93,16 @@ TEST(SysutlMyhostname, IsAskedForAgainAfterStorageRanOut) {
     EXPECT_STREQ(sysutl_myhostname(), "UnknownHost");
     EXPECT_STREQ(sysutl_myhostname(), "alpha");
   });
+}
+
+TEST(SysutlMyhostname, AFaultComesWhenTheAnswerStands) {
+  ks_test::default_signals();
+  pfm_signal(SIGUSR1, ks_test::raise_number);
+  ks_test::signal_in_call("malloc", 0, SIGUSR1);
+  EXPECT_EQ(ks_test::land([] { sysutl_myhostname(); }).status, SIGUSR1);
+  const int asked = ks_test::count_calls("gethostname");
+  EXPECT_STRNE(sysutl_myhostname(), "");
+  EXPECT_EQ(ks_test::count_calls("gethostname"), asked);
 }
 
 TEST(SysutlHostnameAliases, AreTheHostsOtherNames) {

@@ -161,6 +161,26 @@ TEST(SysutlNfsLock, AFaultLeavesNoFileBehind) {
   EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
+TEST(SysutlNfsLock, SignalsCostNothing) {
+  const Folder folder;
+  for (const char *call : {"open64", "lockf64", "unlink"}) {
+    const int locks = count_calls("lockf64");
+    fail_call(call, 0, EINTR, 2);
+    EXPECT_EQ(sysutl_nfs_lock(folder.path().c_str()), 0) << call;
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path())) << call;
+    EXPECT_GE(count_calls("lockf64") - locks, 2) << call;
+  }
+}
+
+TEST(SysutlNfsFlush, AnInterruptedLookDoesNotMakeAPathMissing) {
+  const Folder folder;
+  ASSERT_EQ(mkdir(folder.path("directory").c_str(), 0777), 0);
+  const Watch watch(folder.path("directory"));
+  fail_call("stat64", 0, EINTR, 2);
+  EXPECT_EQ(sysutl_nfs_flush(folder.path("directory").c_str()), 0);
+  EXPECT_EQ(watch.take(), flushes(1));
+}
+
 TEST(SysutlNfsFlush, FlushesADirectory) {
   Folder folder;
   Watch watch(folder.path());

@@ -127,6 +127,29 @@ TEST(SysutlGetRandomBytes, AReadThatFailsHalfwayIsAFailure) {
                                     "req=31\n"));
 }
 
+TEST(SysutlGetRandomBytes, SignalsCostNothing) {
+  const Outcome outcome = with_own_device([] {
+    put_file(kDevice, "0123456789");
+    fail_call("open64", 0, EINTR, 2);
+    fail_call("read", 0, EINTR, 2);
+    fail_call("close", 0, EINTR);
+    EXPECT_EQ(random_bytes(10), "0123456789");
+  });
+  EXPECT_EQ(outcome.err, "");
+}
+
+// A line that blocks must not keep signals from their routines.
+TEST(SysutlGetRandomBytes, TracesWithSignalsDeliverable) {
+  with_own_device([] {
+    static int held;
+    held = -1;
+    ks_test::set_system_handler(SIGUSR1, [](int) { held = pfm_inhibit_count(); });
+    ks_test::signal_in_call("gettimeofday", 0, SIGUSR1);  // of the line's time
+    EXPECT_EQ(random_bytes(32), "result 1");
+    EXPECT_EQ(held, 0);
+  });
+}
+
 TEST(SysutlGetRandomBytes, ADeviceThatEndsIsAFailure) {
   const Outcome outcome = with_own_device([] {
     put_file(kDevice, "0123456789");

@@ -222,6 +222,20 @@ TEST(SysutlUserToFullname, TheLastAnswerIsRememberedNullIncluded) {
   });
 }
 
+TEST(SysutlUserToFullname, ALookUpThatFailsIsNoAnswer) {
+  in_own_system([] {
+    put_file("/etc/passwd", "ann:x:7:7:Ann:/:/bin/sh\n");
+    for (const int error : {EIO, EMFILE, ENFILE, ENOMEM, EAGAIN}) {
+      ks_test::fail_call("getpwnam", 0, error);
+      EXPECT_EQ(sysutl_user_to_fullname("ann"), nullptr);
+      EXPECT_STREQ(sysutl_user_to_fullname("ann"), "Ann") << "it is asked for again";
+      EXPECT_EQ(sysutl_user_to_fullname("nobody else"), nullptr);
+    }
+    ks_test::fail_call("getpwnam", 0, EINTR, 3);
+    EXPECT_STREQ(sysutl_user_to_fullname("ann"), "Ann");
+  });
+}
+
 TEST(SysutlUserToFullname, AnAnswerMayBeTheNextQuestion) {
   in_own_system([] {
     put_file("/etc/passwd", "ann:x:1:1:bob:/:/bin/sh\nbob:x:2:2:Bob & Co:/:/bin/sh\n");
