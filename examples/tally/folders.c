@@ -30,7 +30,7 @@ void folders_start(stg_area_t in) {
 
 void folders_end(void) { hash_delete_ht(&by_path); }
 
-static struct folder *folder_of(const char *file) {
+struct counts *folder_counts(const char *file) {
   const char *separator = strutl_strrpbrk(file, "/"), *key;
   char path[4096] = ".";
   void *data;
@@ -38,18 +38,12 @@ static struct folder *folder_of(const char *file) {
   int known = hash_str_enter(by_path, path, &key, &data);
   struct folder **folder = data;
   if (folder == NULL) return NULL;
-  if (!known && (*folder = stg_alloc(area, sizeof **folder)) != NULL) {
+  if (!known) *folder = NULL;
+  if (*folder == NULL && (*folder = stg_alloc(area, sizeof **folder)) != NULL) {
     (*folder)->path = key;
     ++count;
   }
-  return *folder;
-}
-
-int folders_add(const char *file, const struct counts *counts) {
-  struct folder *folder = folder_of(file);
-  if (folder == NULL) return 0;
-  add_counts(&folder->counts, counts);
-  return 1;
+  return *folder != NULL ? &(*folder)->counts : NULL;
 }
 
 static int compare(const void *first, const void *second, void *context) {
@@ -57,13 +51,13 @@ static int compare(const void *first, const void *second, void *context) {
   return strcmp((*(struct folder *const *)first)->path, (*(struct folder *const *)second)->path);
 }
 
-void folders_print(int lines_width, int bytes_width) {
+int folders_print(int lines_width, int bytes_width) {
   struct folder **sorted = stg_alloc(area, count * sizeof *sorted);
   hash_scan_t *scan = NULL;
   const char *key;
   void *data;
   size_t found = 0;
-  if (sorted == NULL) return;
+  if (sorted == NULL) return count == 0;
   while (hash_str_next(by_path, &scan, &key, &data)) {
     if (*(struct folder **)data != NULL) sorted[found++] = *(struct folder **)data;
   }
@@ -72,4 +66,5 @@ void folders_print(int lines_width, int bytes_width) {
     imsg_print(IMSG_TYPE_OK, tally_msg_table, TALLY_MSG_FOLDER, lines_width,
                sorted[i]->counts.lines, bytes_width, sorted[i]->counts.bytes, sorted[i]->path);
   }
+  return 1;
 }

@@ -14,10 +14,12 @@ void add_counts(struct counts *sum, const struct counts *counts);
 void folders_start(stg_area_t area);
 void folders_end(void);
 
-/* Adds the counts of a file to its folder. Result: 1, or 0 when there was no storage. */
-int folders_add(const char *file, const struct counts *counts);
+/* The totals of the folder that a file lies in, for the caller to add to. Result: NULL when there is
+ * no storage, which has been printed. To be called with signals held back. */
+struct counts *folder_counts(const char *file);
 
-/* Prints the totals sorted by path, the numbers in columns of these widths. */
-void folders_print(int lines_width, int bytes_width);
+/* Prints the totals sorted by path, the numbers in columns of these widths. Result: 1, or 0 when
+ * there is no storage for that, which has been printed. */
+int folders_print(int lines_width, int bytes_width);
 
 #endif

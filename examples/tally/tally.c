@@ -1,13 +1,17 @@
 /* tally: counts the lines and bytes of files, and of all files below folders, or of those that have
- * changed since a date. A model of a program on
- * libnorvaks: all text comes from a message table, what fails is reported once and the rest goes on,
- * and what is open or temporary hangs on a cleanup record, so that no interrupt leaves it behind. */
+ * changed since a date. A model of a program on libnorvaks: all text comes from a message table; what
+ * fails is reported once, the rest goes on, and the status is 0 only when nothing failed; what is
+ * open or temporary hangs on a cleanup record, so that no interrupt leaves it behind. A signal may
+ * raise anywhere but between pfm_inhibit and pfm_enable, and out of stdio it would leave a lock
+ * taken: so files are read and written by descriptor. */
 #define _GNU_SOURCE 1 /* what a stat record holds */
 
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <locale.h>
+#include <signal.h>
+#include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -26,12 +30,23 @@
 
 static stg_area_t area; /* of the folders' totals */
 static struct counts total;
-static unsigned long long files; /* counted so far */
-static int failures;             /* reported so far */
-static int32_t since;            /* files that have not changed since then don't count */
-static int follow;               /* symbolic links below folders, too */
-static FILE *records;            /* temporary file: the counts and the path of each file */
-static char records_path[PATH_MAX];
+static unsigned long long files;    /* counted so far */
+static int failures;                /* reported so far */
+static int32_t since;               /* files that have not changed since then don't count */
+static int follow;                  /* symbolic links below folders, too */
+static char records_path[PATH_MAX]; /* temporary file: a record of each file counted */
+static int records = -1;            /* its descriptor */
+static off_t records_end;           /* what lies behind was written in vain */
+
+/* As it is in the temporary file, where it ends with the NUL of the path. */
+struct record {
+  struct counts counts;
+  char path[PATH_MAX];
+};
+
+static size_t record_size(const struct record *record) {
+  return offsetof(struct record, path) + strlen(record->path) + 1;
+}
 
 static void report_failure(int message, const char *path) {
   imsg_print(IMSG_TYPE_ERROR, tally_msg_table, message, path, imsg_strerror(errno));
@@ -52,14 +67,35 @@ static int count_descriptor(int fd, struct counts *counts) {
   return (int)got;
 }
 
-static void record_file(const char *path, const struct counts *counts) {
-  pfm_inhibit(); /* a file is recorded and in all totals, or in none */
-  fwrite(counts, sizeof *counts, 1, records);
-  fwrite(path, strlen(path) + 1, 1, records);
-  if (!folders_add(path, counts)) ++failures;
-  add_counts(&total, counts);
-  ++files;
+/* Result: 1, or 0 with errno. */
+static int write_record(const struct record *record) {
+  const char *bytes = (const char *)record;
+  const size_t size = record_size(record);
+  for (size_t done = 0; done < size;) {
+    const ssize_t put = pwrite(records, bytes + done, size - done, records_end + (off_t)done);
+    if (put > 0) done += (size_t)put;
+    if (put < 0 && errno != EINTR) return 0;
+  }
+  return 1;
+}
+
+/* A file is recorded and in all totals, or in none. Result: 1, or 0 with errno. */
+static int keep_counts(const char *path, const struct counts *counts) {
+  struct record record = {.counts = *counts};
+  struct counts *folder = NULL;
+  strutl_cpy_buf(record.path, path, sizeof record.path); /* what could be opened fits */
+  pfm_inhibit();
+  if (write_record(&record)) folder = folder_counts(path);
+  const int error = errno;
+  if (folder != NULL) {
+    records_end += (off_t)record_size(&record);
+    add_counts(folder, counts);
+    add_counts(&total, counts);
+    ++files;
+  }
   pfm_enable();
+  errno = error;
+  return folder != NULL;
 }
 
 static void count_content(const char *path, int fd) {
@@ -67,10 +103,10 @@ static void count_content(const char *path, int fd) {
   if (imsg_get_desired_verbosity() >= 1 && imsg_should_trace("tally", 1)) {
     imsg_print(IMSG_TYPE_TRACE, tally_msg_table, TALLY_MSG_COUNTING, path);
   }
-  if (count_descriptor(fd, &counts) == 0) {
-    record_file(path, &counts);
-  } else {
+  if (count_descriptor(fd, &counts) != 0) {
     report_failure(TALLY_MSG_READ_FAILED, path);
+  } else if (!keep_counts(path, &counts)) {
+    report_failure(TALLY_MSG_RECORD_FAILED, path);
   }
 }
 
@@ -112,45 +148,64 @@ static void count_path(const char *path) {
   if (fileutl_walk_tree(path, &chain, flags) != 0) ++failures; /* it has said what it can't read */
 }
 
+/* Result: 1; or 0 after a message, and release takes back what there is. */
 static int start(void) {
   const char *tmp = getenv("TMPDIR");
   strutl_concat(records_path, sizeof records_path, 2, tmp != NULL ? tmp : "/tmp", "/tally.XXXXXX");
-  pfm_inhibit();
-  int fd = mkstemp(records_path);
-  records = fd >= 0 ? fdopen(fd, "w+") : NULL;
-  area = records != NULL ? stg_create_area(32000) : STG_AREA_NULL;
-  if (area != STG_AREA_NULL) {
+  pfm_inhibit(); /* what is made is noted where release finds it */
+  records = mkostemp(records_path, O_CLOEXEC);
+  if (records < 0) {
+    report_failure(TALLY_MSG_TEMPORARY_FAILED, records_path);
+  } else if ((area = stg_create_area(32000)) != STG_AREA_NULL) {
     stg_set_zero(area);
     folders_start(area);
+  } else {
+    ++failures;
   }
   pfm_enable();
   return area != STG_AREA_NULL;
 }
 
+/* To be called with signals held back. */
 static void release(void) {
   folders_end();
   if (area != STG_AREA_NULL) stg_delete_area(&area);
-  if (records == NULL) return;
-  fclose(records);
-  unlink(records_path);
-  records = NULL;
+  if (records < 0) return;
+  close(records);
+  records = -1;
+  if (unlink(records_path) != 0) report_failure(TALLY_MSG_REMOVE_FAILED, records_path);
+}
+
+/* Result: 1, or 0 with errno. */
+static int read_record(struct record *record, off_t at) {
+  ssize_t got;
+  do {
+    got = pread(records, record, sizeof *record, at);
+  } while (got < 0 && errno == EINTR);
+  const ssize_t path_bytes = got - (ssize_t)offsetof(struct record, path);
+  if (path_bytes > 0 && memchr(record->path, '\0', (size_t)path_bytes) != NULL) return 1;
+  if (got >= 0) errno = EIO; /* somebody has cut the file */
+  return 0;
+}
+
+static void print_records(int lines_width, int bytes_width) {
+  struct record record;
+  for (off_t at = 0; at < records_end; at += (off_t)record_size(&record)) {
+    if (!read_record(&record, at)) {
+      report_failure(TALLY_MSG_READ_FAILED, records_path);
+      return;
+    }
+    imsg_print(IMSG_TYPE_OK, tally_msg_table, TALLY_MSG_COUNTS, lines_width, record.counts.lines,
+               bytes_width, record.counts.bytes, record.path);
+  }
 }
 
 /* The columns are as wide as the totals, which is why the counts wait in a file until the end. */
 static void print_report(void) {
-  const int lines_width = snprintf(NULL, 0, "%llu", total.lines);
-  const int bytes_width = snprintf(NULL, 0, "%llu", total.bytes);
-  struct counts counts;
-  char path[PATH_MAX];
-  rewind(records);
-  while (fread(&counts, sizeof counts, 1, records) == 1) {
-    size_t length = 0;
-    for (int c; (c = getc(records)) > 0;) path[length++] = (char)c;
-    path[length] = '\0';
-    imsg_print(IMSG_TYPE_OK, tally_msg_table, TALLY_MSG_COUNTS, lines_width, counts.lines,
-               bytes_width, counts.bytes, path);
-  }
-  folders_print(lines_width, bytes_width);
+  const int lines_width = strutl_snprintf(NULL, 0, "%llu", total.lines);
+  const int bytes_width = strutl_snprintf(NULL, 0, "%llu", total.bytes);
+  print_records(lines_width, bytes_width);
+  if (!folders_print(lines_width, bytes_width)) ++failures;
   imsg_print(IMSG_TYPE_OK, tally_msg_table, TALLY_MSG_TOTAL, lines_width, total.lines, bytes_width,
              total.bytes, files);
 }
@@ -165,13 +220,18 @@ static void tally(int count, char **paths) {
   if (start()) {
     for (int i = 0; i < count; ++i) count_path(paths[i]);
     print_report();
-  } else {
-    report_failure(TALLY_MSG_TEMPORARY_FAILED, records_path);
   }
   pfm_inhibit();
   release();
   pfm_cleanup_rls(&rec);
   pfm_enable();
+}
+
+/* Printing has no result of meaning: what could not be written has marked the stream. */
+static void check_output(void) {
+  if (!ferror_unlocked(stdout)) return;
+  imsg_print(IMSG_TYPE_ERROR, tally_msg_table, TALLY_MSG_OUTPUT_FAILED);
+  ++failures;
 }
 
 static void say_interrupted(int status, void *counted) {
@@ -213,8 +273,12 @@ int main(int argc, char **argv) {
   setlocale(LC_ALL, "");
   imsg_set_app_name(argv[0]);
   pfm_on_exit(say_interrupted, &files);
+  pfm_signal(SIGPIPE, SIG_IGN);           /* a reader that has gone and a file that may not grow */
+  pfm_signal(SIGXFSZ, SIG_IGN);           /* are failing calls, and not the end */
+  imsg_print(IMSG_TYPE_OK, "%s", -1, ""); /* makes the buffer by which want of storage is told */
   const int first = take_options(argc, argv);
   if (first == 0) return 2;
   tally(argc - first, argv + first);
+  check_output();
   return failures == 0 ? 0 : 1;
 }

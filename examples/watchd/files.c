@@ -60,6 +60,13 @@ static struct file *file_of(const char *path) {
   return hash_str_lookup(by_path, path, &key, &data) ? *(struct file **)data : NULL;
 }
 
+static void report_unfollowed(const char *path) {
+  char shown[SHOW_SIZE];
+  const char *reason = imsg_strerror(errno);
+  imsg_print(IMSG_TYPE_ERROR, watchd_msg_table, WATCHD_MSG_FOLLOW_FAILED, show_string(shown, path),
+             reason);
+}
+
 /* Makes the record of a path that has none. */
 static struct file *new_file(llist_d *folder, const char *path) {
   const size_t size = strlen(path) + 1;
@@ -72,9 +79,8 @@ static struct file *new_file(llist_d *folder, const char *path) {
     hash_str_enter(by_path, file->path, &key, &data);
   }
   if (data == NULL) {
-    char shown[SHOW_SIZE];
-    imsg_print(IMSG_TYPE_ERROR, watchd_msg_table, WATCHD_MSG_FOLLOW_FAILED,
-               show_string(shown, path), imsg_strerror(ENOMEM));
+    errno = ENOMEM;
+    report_unfollowed(path);
     stg_free(file);
     return NULL;
   }
@@ -109,7 +115,11 @@ static void forget(struct file *file) {
 /* Result: whether there is a regular file, whose stamp is given. */
 static int read_stamp(const char *path, struct stamp *stamp) {
   struct stat info;
-  if (lstat(path, &info) != 0 || !S_ISREG(info.st_mode)) return 0;
+  if (lstat(path, &info) != 0) {
+    if (errno != ENOENT && errno != ENOTDIR) report_unfollowed(path);
+    return 0;
+  }
+  if (!S_ISREG(info.st_mode)) return 0;
   stamp->modified = info.st_mtim;
   stamp->size = info.st_size;
   stamp->inode = info.st_ino;

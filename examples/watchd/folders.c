@@ -2,7 +2,6 @@
 
 #include "folders.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <limits.h>
 #include <stddef.h>
@@ -10,6 +9,7 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <norvaks/fileutl.h>
 #include <norvaks/imsg.h>
 #include <norvaks/rt.h>
 #include <norvaks/stg.h>
@@ -70,18 +70,21 @@ static int join(char path[PATH_MAX], const struct folder *folder, const char *na
 /* Calls `routine` for each entry of a folder. Result: 1, or 0 when the folder cannot be read. */
 static int for_each_entry(struct folder *folder, file_routine_t routine) {
   char path[PATH_MAX];
-  DIR *entries = opendir(folder->path);
-  if (entries == NULL) {
-    report(IMSG_TYPE_ERROR, WATCHD_MSG_READ_FAILED, folder->path);
-    return 0;
-  }
-  for (const struct dirent *entry; (entry = readdir(entries)) != NULL;) {
+  fileutl_dir_t *entries = fileutl_opendir(folder->path);
+  int good = entries != NULL;
+  while (good) {
+    errno = 0; /* at the end it stays so */
+    const fileutl_dirent_t *entry = fileutl_readdir(entries, 0);
+    if (entry == NULL) break;
     if (!join(path, folder, entry->d_name)) routine(&folder->files, path);
   }
-  closedir(entries);
-  return 1;
+  good = good && errno == 0;
+  if (!good) report(IMSG_TYPE_ERROR, WATCHD_MSG_READ_FAILED, folder->path);
+  if (entries != NULL) fileutl_closedir(entries);
+  return good;
 }
 
+/* Of a folder that is gone the system has taken the watch back already. */
 static void stop_watch(struct folder *folder) {
   inotify_rm_watch(inotify, folder->watch);
   folder->watch = -1;
@@ -142,6 +145,9 @@ static void on_events(int fd, void *arg) {
   _Alignas(struct inotify_event) char block[65536];
   const ssize_t got = read(fd, block, sizeof block);
   (void)arg;
+  if (got < 0 && errno != EAGAIN && errno != EINTR) {
+    report(IMSG_TYPE_ERROR, WATCHD_MSG_READ_FAILED, "inotify");
+  }
   for (ssize_t at = 0; at < got;) {
     const struct inotify_event *event = (const struct inotify_event *)(const void *)(block + at);
     take_event(event);

@@ -100,6 +100,12 @@ static void on_output(int fd, void *arg) {
     print_lines(job);
     return;
   }
+  if (got < 0) {
+    char path[SHOW_SIZE];
+    const char *reason = imsg_strerror(errno);
+    imsg_print(IMSG_TYPE_ERROR, watchd_msg_table, WATCHD_MSG_OUTPUT_FAILED,
+               show_string(path, job->path), reason);
+  }
   close_output(job);
   end_when_both_are_known(job);
 }
@@ -113,21 +119,19 @@ static void on_death(pid_t pid, int status, void *arg, rt_proc_t *record) {
   end_when_both_are_known(job);
 }
 
-/* Signals are blocked here: with the default actions in place one that has come meanwhile counts. */
+/* Signals are blocked here: with the default actions in place one that has come meanwhile counts.
+ * What fails here shows as the status that a shell has for a command it cannot run. */
 static _Noreturn void become_command(const char *script, const char *path, int output) {
   sigset_t none;
   setpgid(0, 0);
   for (int sig = 1; sig < NSIG; ++sig) signal(sig, SIG_DFL);
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, NULL);
-  const int input = open("/dev/null", O_RDONLY);
-  if (input > STDIN_FILENO) {
-    dup2(input, STDIN_FILENO);
-    close(input);
+  const int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  if (input >= 0 && dup2(input, STDIN_FILENO) >= 0 && dup2(output, STDOUT_FILENO) >= 0 &&
+      dup2(output, STDERR_FILENO) >= 0) {
+    execl("/bin/sh", "sh", "-c", script, "watchd", path, (char *)NULL);
   }
-  dup2(output, STDOUT_FILENO);
-  dup2(output, STDERR_FILENO);
-  execl("/bin/sh", "sh", "-c", script, "watchd", path, (char *)NULL);
   _exit(127);
 }
 
@@ -193,8 +197,9 @@ int job_start(const char *script, const char *path, job_done_t done, void *arg) 
     imsg_print(IMSG_TYPE_OK, watchd_msg_table, WATCHD_MSG_STARTED, show_string(shown, path));
     return 1;
   }
+  const char *reason = imsg_strerror(errno);
   imsg_print(IMSG_TYPE_ERROR, watchd_msg_table, WATCHD_MSG_START_FAILED, show_string(shown, path),
-             imsg_strerror(errno));
+             reason);
   ++failed;
   stg_free(job);
   if (ends[0] >= 0) close(ends[0]);

@@ -1,15 +1,15 @@
 /* watchd: runs a command for each file of some folders that has changed and then been quiet. A model
  * of a server on libnorvaks: one loop waits for changes, quiet files, the commands' output and ends,
  * and signals; nothing else waits, and what is started is followed to its end. */
-#define _POSIX_C_SOURCE 200809L
+#define _GNU_SOURCE 1 /* ferror_unlocked */
 
-#include <fcntl.h>
 #include <locale.h>
 #include <signal.h>
+#include <stdio.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <norvaks/imsg.h>
+#include <norvaks/pfm.h>
 #include <norvaks/rt.h>
 #include <norvaks/stg.h>
 #include <norvaks/strutl.h>
@@ -103,36 +103,26 @@ static void on_leave(int sig, void *arg) {
   }
 }
 
-/* A signal that comes while a message is written to a full pipe must not cut it short. */
-static void restart_calls_after(int sig) {
-  struct sigaction action;
-  sigaction(sig, NULL, &action);
-  action.sa_flags |= SA_RESTART;
-  sigaction(sig, &action, NULL);
-}
-
 static int take_signals(void) {
   static const struct {
     int number;
     rt_signal_callback_t callback;
   } signals[] = {
       {SIGHUP, on_read_again}, {SIGUSR1, on_report}, {SIGTERM, on_leave}, {SIGINT, on_leave}};
+  pfm_signal(SIGPIPE, SIG_IGN); /* nobody reads what is printed, or its file may not grow: */
+  pfm_signal(SIGXFSZ, SIG_IGN); /* the commands go on, and the end tells */
   if (rt_proc_initialize() != 0) return 0;
-  restart_calls_after(SIGCHLD);
   for (size_t i = 0; i < sizeof signals / sizeof *signals; ++i) {
     if (!rt_handle_signal(signals[i].number, signals[i].callback, NULL)) return 0;
-    restart_calls_after(signals[i].number);
   }
   return 1;
 }
 
-/* So that no descriptor opened later is taken for a standard stream. */
-static void open_standard_streams(void) {
-  int fd;
-  do {
-    fd = open("/dev/null", O_RDWR);
-  } while (fd >= 0 && fd <= STDERR_FILENO);
-  if (fd >= 0) close(fd);
+/* What could not be written has marked the stream. */
+static int output_is_complete(void) {
+  if (!ferror_unlocked(stdout)) return 1;
+  imsg_print(IMSG_TYPE_ERROR, watchd_msg_table, WATCHD_MSG_OUTPUT_LOST);
+  return 0;
 }
 
 static int serve(const struct options *options, char **paths, unsigned count) {
@@ -154,9 +144,9 @@ int main(int argc, char **argv) {
   struct options options = {.quiet = {1, 0}, .jobs = 8, .command = NULL};
   setlocale(LC_ALL, "");
   setlocale(LC_NUMERIC, "C"); /* a command line means the same to all users */
-  open_standard_streams();
   imsg_set_app_name(argv[0]);
   const int first = parse(argc, argv, &options);
   if (first == 0) return 2;
-  return serve(&options, argv + first, (unsigned)(argc - first)) ? 0 : 1;
+  const int good = serve(&options, argv + first, (unsigned)(argc - first));
+  return output_is_complete() && good ? 0 : 1;
 }

@@ -2,7 +2,10 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/ptrace.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +14,7 @@
 
 #include "support/child.h"
 #include "support/folder.h"
+#include "support/system_calls.h"
 #include "support/terminal.h"
 
 using ks_test::Child;
@@ -239,6 +243,186 @@ TEST(Tally, SaysThatItHasNoPlaceForItsTemporaryFile) {
   EXPECT_THAT(outcome.err, HasSubstr("tally: Error: Unable to make the temporary file"));
   EXPECT_EQ(outcome.end(), "exit 1");
 }
+
+// With a folder of its own for its temporary file.
+class TallyTemporary : public testing::Test {
+ protected:
+  TallyTemporary() { std::filesystem::create_directory(folder.path("tmp")); }
+
+  bool has_temporary_file() const { return !std::filesystem::is_empty(folder.path("tmp")); }
+
+  // The body of a child that counts `file`.
+  std::function<void()> counting() const {
+    return ks_test::program({kTally, file}, {"TMPDIR=" + folder.path("tmp")});
+  }
+
+  Folder folder;
+  const std::string file = folder.write("file", "1\n");
+};
+
+TEST_F(TallyTemporary, AFailingSystemCallIsToldAndTheFileRemoved) {
+  const struct {
+    long number;
+    int argument;
+    unsigned bits;
+    std::string says;
+  } calls[] = {
+      {SYS_openat, 2, O_CREAT | O_EXCL, "Unable to make the temporary file"},
+      {SYS_read, 2, 65536, "Unable to read \"" + file + "\": "},
+      {SYS_pwrite64, 0, 0, "Unable to record \"" + file + "\": "},
+      {SYS_pread64, 2, 4096, "Unable to read \"" + folder.path("tmp/tally.")},
+  };
+  for (const auto &call : calls) {
+    const Outcome outcome = ks_test::in_child([&] {
+      ks_test::fail_system_call(call.number, call.argument, call.bits, ENOSPC);
+      counting()();
+    });
+    EXPECT_THAT(outcome.err, testing::StartsWith("tally: Error: " + call.says));
+    EXPECT_THAT(outcome.err, testing::EndsWith(": No space left on device\n"));
+    EXPECT_EQ(outcome.end(), "exit 1") << call.says;
+    EXPECT_FALSE(has_temporary_file()) << call.says;
+  }
+}
+
+TEST_F(TallyTemporary, TellsWhenItCannotBeRemoved) {
+  const Outcome outcome = ks_test::in_child([&] {
+    ks_test::fail_system_call(SYS_unlink, 0, 0, EPERM);
+    counting()();
+  });
+  EXPECT_THAT(outcome.err,
+              testing::StartsWith("tally: Error: Unable to remove \"" + folder.path("tmp/tally.")));
+  EXPECT_EQ(lines(outcome.out).back(), "1 2  in all, 1 files");
+  EXPECT_EQ(outcome.end(), "exit 1");
+}
+
+// As when the disk is full. What is printed goes to a pipe, for which the limit does not count.
+TEST_F(TallyTemporary, WhenItMayNotGrowWhatDoesNotFitIsToldAndLeftOut) {
+  constexpr size_t kLimit = 1000;
+  std::vector<std::string> arguments = {kTally};
+  size_t fitting = 0;
+  for (size_t i = 0, size = 0; i < 50; ++i) {
+    const std::string path = folder.write("f" + std::to_string(i), "1\n");
+    arguments.push_back(path);
+    size += 2 * sizeof(unsigned long long) + path.size() + 1;
+    if (size <= kLimit) ++fitting;
+  }
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  Child child([&] {
+    const rlimit limit = {kLimit, kLimit};
+    dup2(ends[1], STDOUT_FILENO);
+    dup2(ends[1], STDERR_FILENO);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    ks_test::program(arguments, {"TMPDIR=" + folder.path("tmp")})();
+  });
+  close(ends[1]);
+  std::string printed;
+  char block[4096];
+  for (ssize_t got; (got = read(ends[0], block, sizeof block)) > 0;) {
+    printed.append(block, static_cast<size_t>(got));
+  }
+  close(ends[0]);
+  EXPECT_EQ(child.finish().end(), "exit 1");
+  EXPECT_THAT(printed, HasSubstr("Error: Unable to record \"" + folder.path("f49") +
+                                 "\": File too large\n"));
+  EXPECT_THAT(printed, testing::EndsWith(" in all, " + std::to_string(fitting) + " files\n"));
+  EXPECT_FALSE(has_temporary_file());
+}
+
+TEST_F(TallyTemporary, OutputThatCannotBeWrittenIsTold) {
+  const std::function<void()> outputs[] = {
+      [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); },
+      [] { close(STDOUT_FILENO); },
+      [] {
+        int ends[2];
+        if (pipe(ends) == 0) dup2(ends[1], STDOUT_FILENO);
+        close(ends[0]);  // nobody reads
+        close(ends[1]);
+      },
+  };
+  for (const auto &output : outputs) {
+    const Outcome outcome = ks_test::in_child([&] {
+      output();
+      counting()();
+    });
+    EXPECT_EQ(outcome.err, "tally: Error: Unable to write all of the output\n");
+    EXPECT_EQ(outcome.end(), "exit 1");
+    EXPECT_FALSE(has_temporary_file());
+  }
+}
+
+TEST_F(TallyTemporary, WithoutAStreamForErrorsTheyAreNotTakenForRecords) {
+  const Outcome outcome =
+      ks_test::run_program({"sh", "-c", "$0 $1/missing $1 2>&-; echo $?", kTally, file},
+                           {"TMPDIR=" + folder.path("tmp")});
+  EXPECT_EQ(outcome.out,
+            "1 2  " + file + "\n1 2  in folder " + folder.path() + "\n1 2  in all, 1 files\n1\n");
+}
+
+#ifndef __SANITIZE_ADDRESS__  // it needs all the storage that there is, and cannot be traced
+
+// Whatever storage there is, the report is whole or there is a message and another status.
+TEST_F(TallyTemporary, WithoutStorageItTellsSo) {
+  for (int i = 0; i < 400; ++i)
+    folder.write("d/" + std::string(200, 'd') + std::to_string(i) + "/f", "1\n");
+  const auto run = ks_test::program({kTally, folder.path("d")}, {"TMPDIR=" + folder.path("tmp")});
+  const std::string whole = ks_test::in_child(run).out;
+  EXPECT_EQ(lines(whole).back(), "400 800  in all, 400 files");
+  int told = 0, good = 0;
+  for (rlim_t kilobytes = 2048; good < 3; kilobytes += 16) {
+    const Outcome outcome = ks_test::in_child([&] {
+      const rlimit limit = {kilobytes * 1024, kilobytes * 1024};
+      setrlimit(RLIMIT_AS, &limit);
+      run();
+    });
+    if (outcome.end() == "exit 0") {
+      ++good;
+      EXPECT_EQ(outcome.out, whole) << kilobytes;
+    } else if (outcome.end() == "exit 1") {
+      ++told;
+      EXPECT_THAT(outcome.err, HasSubstr("tally: Error: ")) << kilobytes;
+    }
+    EXPECT_FALSE(has_temporary_file()) << kilobytes;
+  }
+  EXPECT_GT(told, 3);  // its own storage ended, and not only that of the program's loading
+}
+
+// Has SIGTERM come in front of or behind a system call of the program, the number `at` of all such
+// places. Result: whether there was one.
+bool interrupt_at(int at, const std::function<void()> &run, Outcome *outcome) {
+  Child child([&] {
+    ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+    run();
+  });
+  int places = 0;
+  for (siginfo_t event;
+       waitid(P_PID, static_cast<id_t>(child.pid()), &event, WEXITED | WSTOPPED | WNOWAIT) == 0 &&
+       event.si_code == CLD_TRAPPED;) {
+    int status = 0;
+    waitpid(child.pid(), &status, 0);
+    long sig = WSTOPSIG(status);
+    if (sig == SIGTRAP) {
+      if (places++ == at) kill(child.pid(), SIGTERM);
+      sig = 0;
+    }
+    ptrace(PTRACE_SYSCALL, child.pid(), nullptr, sig);
+  }
+  *outcome = child.finish();
+  return places > at;
+}
+
+TEST_F(TallyTemporary, NoInterruptLeavesItBehind) {
+  Outcome outcome;
+  int interrupted = 0;
+  for (int at = 0; interrupt_at(at, counting(), &outcome); ++at) {
+    EXPECT_THAT(outcome.end(), testing::AnyOf("signal 15", "exit 4", "exit 0")) << at;
+    EXPECT_FALSE(has_temporary_file()) << at;
+    interrupted += outcome.end() == "exit 4";
+  }
+  EXPECT_GT(interrupted, 20);  // behind the start of the program, where the signal just ends it
+}
+
+#endif
 
 // A tally in the middle of its run: it has counted one file and waits on a pipe. Its temporary
 // files lie in `folder.path("tmp")`.

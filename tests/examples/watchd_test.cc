@@ -4,6 +4,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <linux/capability.h>
@@ -15,6 +16,7 @@
 #include <fstream>
 #include <thread>
 
+#include "support/system_calls.h"
 #include "watchd_server.h"
 
 namespace fs = std::filesystem;
@@ -83,6 +85,17 @@ TEST(WatchdUsage, DirectoriesThatCannotBeWatchedAreAllReportedAndEndItWithOne) {
                              "\": No such file or directory\n"
                              "watchd: Error: Unable to watch \"" +
                              closed + "\": Permission denied\n");
+  EXPECT_EQ(outcome.end(), "exit 1");
+}
+
+TEST(WatchdUsage, ADirectoryWhoseReadingFailsIsToldAndEndsIt) {
+  ks_test::Folder folder;
+  const Outcome outcome = ks_test::in_child([&] {
+    ks_test::fail_system_call(SYS_getdents64, 0, 0, EIO);
+    ks_test::program({kWatchd, "-do", "true", folder.path()})();
+  });
+  EXPECT_EQ(outcome.err,
+            "watchd: Error: Unable to read \"" + folder.path() + "\": Input/output error\n");
   EXPECT_EQ(outcome.end(), "exit 1");
 }
 
@@ -341,6 +354,29 @@ TEST_F(WatchdTest, SpeaksJapanese) {
   EXPECT_TRUE(prints(in("file") + ": ステータス 0 で終了\n"));
   EXPECT_EQ(stop(), "exit 0");
   EXPECT_THAT(printed(), EndsWith("さようなら: 実行回数 1、失敗 0\n"));
+}
+
+TEST_F(WatchdTest, GoesOnWhereItsOutputIsLostAndTellsAtTheEnd) {
+  const std::function<void()> outputs[] = {
+      [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); },
+      [] {
+        int ends[2];
+        if (pipe(ends) == 0) dup2(ends[1], STDOUT_FILENO);
+        close(ends[0]);  // nobody reads
+        close(ends[1]);
+      },
+  };
+  for (size_t round = 0; round < std::size(outputs); ++round) {
+    const std::string seen = folder.path("seen" + std::to_string(round));
+    launch({"-quiet", "0", "-do", "touch " + seen + "; :"}, {}, outputs[round]);
+    EXPECT_TRUE(eventually([&] {
+      append(in("file"), "x");  // which is seen once it watches
+      return fs::exists(seen);
+    }));
+    EXPECT_EQ(stop(), "exit 1");
+    // A command that still ran is told, too, since SIGTERM has ended it.
+    EXPECT_THAT(printed(), EndsWith("watchd: Error: Unable to write all of the output\n"));
+  }
 }
 
 TEST_F(WatchdTest, WaitsWithoutWorking) {
