@@ -21,3 +21,14 @@ if(NORVAKS_SANITIZE)
   add_compile_options(-fsanitize=${NORVAKS_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${NORVAKS_SANITIZE})
 endif()
+
+# The library and the examples are hardened as distributions do it. The tests are not: they may do what
+# a checked call forbids. Such calls need optimisation, and the sanitizers look at the plain ones.
+option(NORVAKS_HARDEN "Build with stack protector, control-flow protection and checked calls" ON)
+set(NORVAKS_HARDENING)
+if(NORVAKS_HARDEN)
+  set(NORVAKS_HARDENING -fstack-protector-strong -fcf-protection)
+  if(CMAKE_BUILD_TYPE MATCHES "^(Release|RelWithDebInfo|MinSizeRel)$" AND NOT NORVAKS_SANITIZE)
+    list(APPEND NORVAKS_HARDENING -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  endif()
+endif()

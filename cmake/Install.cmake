@@ -13,6 +13,9 @@ install(PROGRAMS tools/norvaks-messages DESTINATION ${CMAKE_INSTALL_BINDIR} COMP
 # The package finds the rest from its own place, so an installed tree may be moved.
 set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH pkgconfig_to_prefix /prefix/${pkgconfig_dir} /prefix)
+get_target_property(user_definitions norvaks INTERFACE_COMPILE_DEFINITIONS)
+list(TRANSFORM user_definitions PREPEND -D OUTPUT_VARIABLE user_flags)
+list(JOIN user_flags " " NORVAKS_USER_FLAGS)
 configure_file(cmake/norvaks.pc.in norvaks.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/norvaks.pc DESTINATION ${pkgconfig_dir} COMPONENT dev)
 

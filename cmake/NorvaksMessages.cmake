@@ -2,7 +2,7 @@
 #
 #   norvaks_message_table(TARGET FILE.msg...)
 #     Makes the table of each file and adds it to the target: FILE_msg.h to be included, with the
-#     names of the indexes, and the record itself.
+#     names of the indexes, and the record itself. The target may be of C, C++ or both.
 #   norvaks_message_catalog(NAME OUTPUT.cat MODEL_DIRECTORY FILE.msg...)
 #     A custom target NAME that makes one catalog of the files, which are translations of the files
 #     of the same names in MODEL_DIRECTORY and are checked against them.
@@ -14,6 +14,7 @@ find_program(NORVAKS_MESSAGES norvaks-messages REQUIRED
         ${CMAKE_CURRENT_LIST_DIR}/../../../../bin)
 
 function(norvaks_message_table target)
+  get_property(languages GLOBAL PROPERTY ENABLED_LANGUAGES)
   set(directory ${CMAKE_CURRENT_BINARY_DIR}/${target}_msg)
   file(MAKE_DIRECTORY ${directory})
   foreach(source IN LISTS ARGN)
@@ -25,6 +26,10 @@ function(norvaks_message_table target)
       COMMAND ${Python3_EXECUTABLE} ${NORVAKS_MESSAGES} table ${source} ${header} ${code}
       DEPENDS ${source} ${NORVAKS_MESSAGES}
       COMMENT "Message table ${module}")
+    # In a project without C the file would silently be no source. It is C++ as well.
+    if(NOT "C" IN_LIST languages)
+      set_source_files_properties(${code} PROPERTIES LANGUAGE CXX)
+    endif()
     target_sources(${target} PRIVATE ${header} ${code})
   endforeach()
   target_include_directories(${target} PRIVATE ${directory})

@@ -40,6 +40,8 @@ strict=(-Wall -Wextra -Werror -pedantic-errors -I"$work")
 cc -std=c11 "${strict[@]}" "$user/hello.c" "$work/hello_msg.c" -o "$work/by_pkg_config_c" "${flags[@]}"
 cc -std=c11 "${strict[@]}" -c "$work/hello_msg.c" -o "$work/hello_msg.o" "${flags[@]}"
 c++ -std=c++20 "${strict[@]}" "$user/hello.cc" "$work/hello_msg.o" -o "$work/by_pkg_config_cc" "${flags[@]}"
+cc -std=c11 "${strict[@]}" "$user/strict.c" -o "$work/strict" "${flags[@]}"
+"$work/strict" || fail "the program in strict C11 failed with status $?"
 check_output "$work/by_pkg_config_c"
 check_output "$work/by_pkg_config_cc"
 
@@ -47,11 +49,33 @@ cmake -S "$user" -B "$work/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work/build" >/dev/null
 check_output "$work/build/hello_c"
 check_output "$work/build/hello_cc"
+"$work/build/strict" || fail "the program in strict C11 failed with status $?"
 [ -s "$work/build/hello.cat" ] || fail "no catalog hello.cat"
+
+cmake -S "$source_dir/tests/install/cxx_user" -B "$work/cxx_build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$work/cxx_build" >/dev/null
+check_output "$work/cxx_build/hello"
+
+# refused TEXT ARGUMENT...: what the arguments name does not compile, and TEXT says why.
+refused() {
+  local text=$1
+  shift
+  ! cc -std=c11 -I"$prefix/include" -fsyntax-only "$@" 2>"$work/errors" || fail "it compiles: $*"
+  grep -qF "$text" "$work/errors" || fail "no word of \"$text\": $*"
+}
+refused "PFM_CLEANUP_START needs sigsetjmp: compile with -D_DEFAULT_SOURCE" \
+  -D_LARGEFILE64_SOURCE "$user/strict.c"
+if [ "$(cc -dumpmachine | cut -d- -f1)" != x86_64 ]; then
+  for header in "$prefix"/include/norvaks/*.h; do
+    refused "_TIME_BITS=64 makes struct timeval and stat other records" \
+      -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64 -x c "$header"
+  done
+fi
 
 # The README's first program compiles as shown and does what the text says.
 sed -n '/^```c$/,/^```$/{/^```/d;p}' "$source_dir/README.md" >"$work/first.c"
-cc -std=c11 "$work/first.c" -o "$work/first" "${flags[@]}" || fail "the README's program does not compile"
+compile=$(sed -n 's/^    \(cc .* -o first\)$/\1/p' "$source_dir/README.md")
+(cd "$work" && eval "$compile") && [ -x "$work/first" ] || fail "the README's program does not compile"
 [ "$(NLSPATH= "$work/first" one two)" = "one
 two" ] || fail "the README's program printed something else"
 status=0

@@ -1,5 +1,4 @@
 /* A C11 program against the installed library, with a message table of its own. */
-#define _POSIX_C_SOURCE 200809L
 #include <norvaks/date.h>
 #include <norvaks/imsg.h>
 #include <norvaks/libnorvaks.h>
