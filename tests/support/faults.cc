@@ -20,7 +20,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <cwchar>
 #include <iterator>
+
+#include "support/blocks.h"
 
 namespace ks_test {
 namespace {
@@ -36,17 +39,19 @@ struct Call {
 };
 
 constinit Call calls[] = {
-    {"calloc"},    {"catclose"},  {"catopen"},     {"close"},        {"fcntl64"},   {"fgets"},
-    {"fork"},      {"free"},      {"fstatat64"},   {"fsync"},        {"getgroups"}, {"gethostname"},
-    {"getlogin"},  {"getpwnam"},  {"getrlimit64"}, {"gettimeofday"}, {"gmtime_r"},  {"ioctl"},
-    {"isatty"},    {"kill"},      {"localtime_r"}, {"lockf64"},      {"malloc"},    {"mktime"},
-    {"open64"},    {"openat64"},  {"putenv"},      {"read"},         {"realloc"},   {"select"},
-    {"setupterm"}, {"sigaction"}, {"stat64"},      {"strdup"},       {"strftime"},  {"tcgetattr"},
-    {"tcsetattr"}, {"time"},      {"tzset"},       {"uname"},        {"unlink"},    {"vsnprintf"},
-    {"waitpid"},
+    {"calloc"},      {"catclose"}, {"catopen"},   {"close"},       {"fcntl64"},      {"fgets"},
+    {"fork"},        {"free"},     {"fstatat64"}, {"fsync"},       {"getdents64"},   {"getgroups"},
+    {"gethostname"}, {"getlogin"}, {"getpwnam"},  {"getrlimit64"}, {"gettimeofday"}, {"gmtime_r"},
+    {"ioctl"},       {"isatty"},   {"kill"},      {"localtime_r"}, {"lockf64"},      {"malloc"},
+    {"mbrtowc"},     {"mbstowcs"}, {"mktime"},    {"open64"},      {"openat64"},     {"putenv"},
+    {"read"},        {"realloc"},  {"select"},    {"setupterm"},   {"sigaction"},    {"stat64"},
+    {"strdup"},      {"strftime"}, {"tcgetattr"}, {"tcsetattr"},   {"time"},         {"tzset"},
+    {"uname"},       {"unlink"},   {"unlinkat"},  {"vsnprintf"},   {"vsprintf"},     {"waitpid"},
+    {"wcrtomb"},     {"wcstombs"}, {"write"},
 };
 
-constinit bool inside = false;  // a signal is arriving in a call
+constinit bool unnoticed = false;  // calls are neither counted nor made to fail
+constinit bool inside = false;     // a signal is arriving in a call
 
 constinit bool keep_freed = false;
 constinit void *kept[64] = {};
@@ -54,6 +59,8 @@ constinit size_t kept_count = 0;
 
 constinit bool clock_set = false;
 constinit timeval clock_value = {};
+
+constinit int terminal_action = -1;
 
 constinit SelectAnswer *select_answer = nullptr;  // in place of the system's
 constinit void *pselect_mask = nullptr;           // of the call in progress
@@ -72,6 +79,7 @@ Call &find(std::string_view name) {
 
 // Counts a call, and has a signal arrive in it; true when it is to fail, with errno set.
 bool fails(std::string_view name) {
+  if (unnoticed) return false;
   Call &call = find(name);
   const int number = call.count++;
   if (number == call.signal_at) {
@@ -107,6 +115,8 @@ void signal_in_call(std::string_view name, int nth, int sig) {
   call.signal = sig;
 }
 
+void leave_calls_alone() { unnoticed = true; }
+
 bool inside_call() { return inside; }
 
 int count_calls(std::string_view name) { return find(name).count; }
@@ -124,6 +134,8 @@ void set_clock(long seconds, long microseconds) {
   clock_value.tv_usec = microseconds;
 }
 
+int last_terminal_action() { return terminal_action; }
+
 void answer_select(SelectAnswer *answer) { select_answer = answer; }
 void set_host_name(std::string_view name) { host_name = name; }
 
@@ -135,24 +147,32 @@ void lift_descriptor_limit() { descriptor_limit_lifted = true; }
 
 }  // namespace ks_test
 
+using ks_test::allocation_fails;
 using ks_test::fails;
+using ks_test::forget_block;
+using ks_test::note_block;
 
 extern "C" {
 
 void *__real_malloc(size_t size);
 void *__wrap_malloc(size_t size);
-void *__wrap_malloc(size_t size) { return fails("malloc") ? nullptr : __real_malloc(size); }
+void *__wrap_malloc(size_t size) {
+  if (fails("malloc") || allocation_fails()) return nullptr;
+  return note_block(__real_malloc(size), __builtin_return_address(0));
+}
 
 void *__real_calloc(size_t count, size_t size);
 void *__wrap_calloc(size_t count, size_t size);
 void *__wrap_calloc(size_t count, size_t size) {
-  return fails("calloc") ? nullptr : __real_calloc(count, size);
+  if (fails("calloc") || allocation_fails()) return nullptr;
+  return note_block(__real_calloc(count, size), __builtin_return_address(0));
 }
 
 void __real_free(void *block);
 void __wrap_free(void *block);
 void __wrap_free(void *block) {
   if (fails("free")) return;
+  forget_block(block);
   if (ks_test::keep_freed && ks_test::kept_count < std::size(ks_test::kept)) {
     ks_test::kept[ks_test::kept_count++] = block;
   } else {
@@ -163,12 +183,18 @@ void __wrap_free(void *block) {
 void *__real_realloc(void *block, size_t size);
 void *__wrap_realloc(void *block, size_t size);
 void *__wrap_realloc(void *block, size_t size) {
-  return fails("realloc") ? nullptr : __real_realloc(block, size);
+  if (fails("realloc") || allocation_fails()) return nullptr;
+  void *moved = __real_realloc(block, size);
+  if (moved != nullptr || size == 0) forget_block(block);
+  return note_block(moved, __builtin_return_address(0));
 }
 
 char *__real_strdup(const char *text);
 char *__wrap_strdup(const char *text);
-char *__wrap_strdup(const char *text) { return fails("strdup") ? nullptr : __real_strdup(text); }
+char *__wrap_strdup(const char *text) {
+  if (fails("strdup") || allocation_fails()) return nullptr;
+  return static_cast<char *>(note_block(__real_strdup(text), __builtin_return_address(0)));
+}
 
 nl_catd __real_catopen(const char *name, int flags);
 nl_catd __wrap_catopen(const char *name, int flags);
@@ -218,6 +244,38 @@ int __real_vsnprintf(char *target, size_t size, const char *format, va_list args
 int __wrap_vsnprintf(char *target, size_t size, const char *format, va_list args);
 int __wrap_vsnprintf(char *target, size_t size, const char *format, va_list args) {
   return fails("vsnprintf") ? -1 : __real_vsnprintf(target, size, format, args);
+}
+
+int __real_vsprintf(char *target, const char *format, va_list args);
+int __wrap_vsprintf(char *target, const char *format, va_list args);
+int __wrap_vsprintf(char *target, const char *format, va_list args) {
+  return fails("vsprintf") ? -1 : __real_vsprintf(target, format, args);
+}
+
+constexpr size_t kNoCharacter = static_cast<size_t>(-1);
+
+size_t __real_mbrtowc(wchar_t *wide, const char *text, size_t limit, mbstate_t *state);
+size_t __wrap_mbrtowc(wchar_t *wide, const char *text, size_t limit, mbstate_t *state);
+size_t __wrap_mbrtowc(wchar_t *wide, const char *text, size_t limit, mbstate_t *state) {
+  return fails("mbrtowc") ? kNoCharacter : __real_mbrtowc(wide, text, limit, state);
+}
+
+size_t __real_mbstowcs(wchar_t *wide, const char *text, size_t count);
+size_t __wrap_mbstowcs(wchar_t *wide, const char *text, size_t count);
+size_t __wrap_mbstowcs(wchar_t *wide, const char *text, size_t count) {
+  return fails("mbstowcs") ? kNoCharacter : __real_mbstowcs(wide, text, count);
+}
+
+size_t __real_wcrtomb(char *text, wchar_t wide, mbstate_t *state);
+size_t __wrap_wcrtomb(char *text, wchar_t wide, mbstate_t *state);
+size_t __wrap_wcrtomb(char *text, wchar_t wide, mbstate_t *state) {
+  return fails("wcrtomb") ? kNoCharacter : __real_wcrtomb(text, wide, state);
+}
+
+size_t __real_wcstombs(char *text, const wchar_t *wide, size_t size);
+size_t __wrap_wcstombs(char *text, const wchar_t *wide, size_t size);
+size_t __wrap_wcstombs(char *text, const wchar_t *wide, size_t size) {
+  return fails("wcstombs") ? kNoCharacter : __real_wcstombs(text, wide, size);
 }
 
 int __real_gettimeofday(timeval *now, void *zone);
@@ -366,6 +424,24 @@ int __real_unlink(const char *path);
 int __wrap_unlink(const char *path);
 int __wrap_unlink(const char *path) { return fails("unlink") ? -1 : __real_unlink(path); }
 
+int __real_unlinkat(int at, const char *path, int flags);
+int __wrap_unlinkat(int at, const char *path, int flags);
+int __wrap_unlinkat(int at, const char *path, int flags) {
+  return fails("unlinkat") ? -1 : __real_unlinkat(at, path, flags);
+}
+
+ssize_t __real_getdents64(int fd, void *buffer, size_t size);
+ssize_t __wrap_getdents64(int fd, void *buffer, size_t size);
+ssize_t __wrap_getdents64(int fd, void *buffer, size_t size) {
+  return fails("getdents64") ? -1 : __real_getdents64(fd, buffer, size);
+}
+
+ssize_t __real_write(int fd, const void *bytes, size_t size);
+ssize_t __wrap_write(int fd, const void *bytes, size_t size);
+ssize_t __wrap_write(int fd, const void *bytes, size_t size) {
+  return fails("write") ? -1 : __real_write(fd, bytes, size);
+}
+
 int __real_uname(utsname *system);
 int __wrap_uname(utsname *system);
 int __wrap_uname(utsname *system) { return fails("uname") ? -1 : __real_uname(system); }
@@ -438,6 +514,7 @@ int __wrap_tcgetattr(int fd, termios *attributes) {
 int __real_tcsetattr(int fd, int when, const termios *attributes);
 int __wrap_tcsetattr(int fd, int when, const termios *attributes);
 int __wrap_tcsetattr(int fd, int when, const termios *attributes) {
+  ks_test::terminal_action = when;
   return fails("tcsetattr") ? -1 : __real_tcsetattr(fd, when, attributes);
 }
 

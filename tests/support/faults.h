@@ -10,10 +10,11 @@ namespace ks_test {
 
 // The calls that can be made to fail; tests/CMakeLists.txt wraps the same names, and
 // syscall, by which the fault manager calls its select.
-//   calloc catclose catopen close fcntl64 fgets fork free fstatat64 fsync getgroups gethostname
-//   getlogin getpwnam getrlimit64 gettimeofday gmtime_r ioctl isatty kill localtime_r lockf64
-//   malloc mktime open64 openat64 putenv read realloc select setupterm sigaction stat64 strdup
-//   strftime tcgetattr tcsetattr time tzset uname unlink vsnprintf waitpid
+//   calloc catclose catopen close fcntl64 fgets fork free fstatat64 fsync getdents64 getgroups
+//   gethostname getlogin getpwnam getrlimit64 gettimeofday gmtime_r ioctl isatty kill localtime_r
+//   lockf64 malloc mbrtowc mbstowcs mktime open64 openat64 putenv read realloc select setupterm
+//   sigaction stat64 strdup strftime tcgetattr tcsetattr time tzset uname unlink unlinkat
+//   vsnprintf vsprintf waitpid wcrtomb wcstombs write
 
 // The call number `nth` from now on (0 is the next) of `name` fails, with errno `error`; with `times`
 // above 1 so many calls in a row do.
@@ -21,6 +22,10 @@ void fail_call(std::string_view name, int nth, int error, int times = 1);
 
 // From now on no call fails.
 void stop_failing_calls();
+
+// From now on no call is counted either: for a process that is stepped through, which the search for
+// the name would take the longest part of.
+void leave_calls_alone();
 
 // Calls of `name` since the process started, failed ones included.
 int count_calls(std::string_view name);
@@ -30,6 +35,9 @@ void signal_in_call(std::string_view name, int nth, int sig);
 
 // Whether that is happening: what a signal routine asks.
 bool inside_call();
+
+// The action that tcsetattr was last asked for; -1 before.
+int last_terminal_action();
 
 // From now on freed blocks are kept as they are, for a test to look at what was left in them, and
 // until given back.

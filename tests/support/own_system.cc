@@ -15,19 +15,19 @@
 namespace ks_test {
 namespace {
 
-void enter_own_system() {
-  must(unshare(CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWNET) == 0, "namespaces of its own, as root");
-  // A changed root that is no mount point can't be made private; tools/i386-run has seen to that.
-  must(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 || errno == EINVAL, "mount");
-  mount_empty("/etc");
-}
-
 // Of the present test; expectations that hold are not counted.
 int failed_expectations() {
   return testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
 }
 
 }  // namespace
+
+void enter_own_system() {
+  must(unshare(CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWNET) == 0, "namespaces of its own, as root");
+  // A changed root that is no mount point can't be made private; tools/i386-run has seen to that.
+  must(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 || errno == EINVAL, "mount");
+  mount_empty("/etc");
+}
 
 Outcome expect_in_child(const std::function<void()> &body) {
   const int failed_before = failed_expectations();

@@ -17,6 +17,9 @@ Outcome expect_in_child(const std::function<void()> &body);
 // of network interfaces there is only "lo", which is down. Needs root, and fails without.
 Outcome in_own_system(const std::function<void()> &body);
 
+// Moves the present process into such a system for good.
+void enter_own_system();
+
 // For use in there. The folder `path` becomes an empty one in memory, with mount(8)'s `options`;
 // and a file of such a folder is made or made anew.
 void mount_empty(const char *path, const char *options = "");
