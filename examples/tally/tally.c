@@ -151,9 +151,12 @@ static void count_path(const char *path) {
 /* Result: 1; or 0 after a message, and release takes back what there is. */
 static int start(void) {
   const char *tmp = getenv("TMPDIR");
-  strutl_concat(records_path, sizeof records_path, 2, tmp != NULL ? tmp : "/tmp", "/tally.XXXXXX");
+  const char *folder = tmp != NULL ? tmp : "/tmp";
   pfm_inhibit(); /* what is made is noted where release finds it */
-  records = mkostemp(records_path, O_CLOEXEC);
+  do {
+    strutl_concat(records_path, sizeof records_path, 2, folder, "/tally.XXXXXX");
+    records = mkostemp(records_path, O_CLOEXEC);
+  } while (records < 0 && errno == EINTR);
   if (records < 0) {
     report_failure(TALLY_MSG_TEMPORARY_FAILED, records_path);
   } else if ((area = stg_create_area(32000)) != STG_AREA_NULL) {
